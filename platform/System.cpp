@@ -1,0 +1,115 @@
+#include "TN_util.h"
+
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <ctime>
+
+#include <openssl/rand.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include "TN_memio.h"
+
+namespace Tarn {
+
+namespace {
+
+std::int64_t SystemClock() noexcept {
+  return std::time(nullptr);
+}
+
+bool SystemRandom(byte_t* buffer, unsigned count) noexcept {
+  return RAND_bytes(buffer, static_cast<int>(count)) == 1;
+}
+
+std::atomic<std::int64_t (*)() noexcept> s_clock{&SystemClock};
+std::atomic<bool (*)(byte_t*, unsigned) noexcept> s_random{&SystemRandom};
+
+template <unsigned SIZE> void FillRandom(Identifier<SIZE>& id) noexcept {
+  byte_t value[SIZE];
+  TN_REQUIRE(s_random.load(std::memory_order_acquire)(value, SIZE), "the random source works");
+  id.Set(value);
+}
+
+} // namespace
+
+void SetSources(const Sources& sources) noexcept {
+  s_clock.store(sources.clock != nullptr ? sources.clock : &SystemClock, std::memory_order_release);
+  s_random.store(sources.random != nullptr ? sources.random : &SystemRandom, std::memory_order_release);
+}
+
+void GenRandomValue(UUID& id) noexcept {
+  FillRandom(id);
+}
+
+void GenRandomValue(SymmetricKey& key) noexcept {
+  FillRandom(key);
+}
+
+Timestamp::Timestamp() noexcept : m_Seconds(s_clock.load(std::memory_order_acquire)()) {}
+
+char* Timestamp::EncodeString(char* buffer, unsigned length) const noexcept {
+  if (length == 0) {
+    return nullptr;
+  }
+  *buffer = '\0';
+  std::tm parts{};
+  const std::time_t seconds = m_Seconds;
+  if (length <= DateTimeLen || gmtime_r(&seconds, &parts) == nullptr || parts.tm_year < -1900 ||
+      parts.tm_year > 9999 - 1900) {
+    return nullptr;
+  }
+  // The zone is spelled out: strftime's %z would leave out the colon.
+  return std::strftime(buffer, length, "%Y-%m-%dT%H:%M:%S+00:00", &parts) == DateTimeLen ? buffer : nullptr;
+}
+
+bool PathIsFile(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+void sleep_ms(unsigned milliseconds) noexcept {
+  const std::timespec pause{static_cast<std::time_t>(milliseconds / 1000),
+                            static_cast<long>(milliseconds % 1000) * 1000000L};
+  nanosleep(&pause, nullptr);
+}
+
+ByteString::ByteString(unsigned capacity) {
+  static_cast<void>(Capacity(capacity)); // a failure shows in Capacity()
+}
+
+Result_t ByteString::Capacity(unsigned capacity) {
+  if (capacity <= m_Capacity) {
+    return RESULT_OK;
+  }
+  auto* grown = static_cast<byte_t*>(std::realloc(m_Data.get(), capacity));
+  if (grown == nullptr) {
+    return RESULT_ALLOC;
+  }
+  static_cast<void>(m_Data.release()); // realloc has taken it
+  m_Data.reset(grown);
+  m_Capacity = capacity;
+  return RESULT_OK;
+}
+
+Result_t ByteString::Set(const byte_t* bytes, unsigned count) {
+  if (const Result_t grown = Capacity(count); grown.Failed()) {
+    return grown;
+  }
+  if (count > 0) {
+    std::memmove(m_Data.get(), bytes, count);
+  }
+  m_Length = count;
+  return RESULT_OK;
+}
+
+Result_t ByteString::Length(unsigned count) {
+  if (count > m_Capacity) {
+    return RESULT_PARAM;
+  }
+  m_Length = count;
+  return RESULT_OK;
+}
+
+} // namespace Tarn

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <string>
+
+#include <regex.h>
+
+#include "TN_platform.h"
+
+namespace Perenna {
+
+/// A compiled POSIX extended regular expression (IEEE Std 1003.1, 9.4) with REG_NEWLINE: "^" and "$" also match at
+/// line breaks, "." and non-matching bracket lists do not match one.
+///
+/// Patterns are hostile input. One that nests more than 250 groups, or whose repetition counts expand to more than
+/// 100,000 elements, is refused as too big before the C library sees it, which would exhaust the stack or memory.
+///
+/// Not copied. `match` may run on several threads at once.
+class TN_API RegularExpression {
+public:
+  /// Compiles `pattern` (up to its first NUL). One that does not compile is logged at Error as
+  /// "regex init failed for expression \"%s\": %s\n" and never matches; neither does an empty one, which is not logged.
+  explicit RegularExpression(const std::string& pattern);
+  ~RegularExpression();
+  RegularExpression(const RegularExpression&) = delete;
+  RegularExpression& operator=(const RegularExpression&) = delete;
+
+  /// True when there is a match anywhere in `text` (up to its first NUL).
+  bool match(const std::string& text) const noexcept { return match(text.c_str()); }
+  bool match(const char* text) const noexcept;
+
+  /// As `match`, and reports the first match as the half-open byte range [begin, end) of `text`.
+  bool match(const std::string& text, std::size_t& begin, std::size_t& end) const noexcept;
+
+  /// Whether the pattern compiled.
+  bool valid() const noexcept { return m_regex_init; }
+
+private:
+  regex_t m_regex{};
+  bool m_regex_init = false;
+};
+
+} // namespace Perenna
