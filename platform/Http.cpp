@@ -22,7 +22,8 @@ unsigned char Lower(char character) noexcept {
 } // namespace
 
 const char* MethodToString(Method_t method) noexcept {
-  return method < METH_MAX ? MethodNames[method] : "UNKNOWN";
+  // cppcheck-suppress CastIntegerToAddressAtReturn ; it takes the element for a number
+  return method < METH_MAX ? MethodNames.at(method) : "UNKNOWN";
 }
 
 bool StringToMethod(const std::string& token, Method_t& method) noexcept {

@@ -77,9 +77,13 @@ bool AppendItem(const PListItem& item, std::size_t depth, std::string& json) {
     json += '}';
     return true;
   }
-  const auto& array = dynamic_cast<const PListArray&>(item);
+  const auto* const array = dynamic_cast<const PListArray*>(&item);
+  if (array == nullptr) { // a bare item
+    json += "null";
+    return true;
+  }
   json += '[';
-  for (const PListItem* element : array) {
+  for (const PListItem* element : *array) {
     json += separator;
     if (!AppendItem(*element, depth + 1, json)) {
       return false;
@@ -144,6 +148,7 @@ private:
     }
     PListItem* const opened = container.get();
     Store(std::move(container));
+    // cppcheck-suppress danglingLifetime ; stored below the root, which outlives this list
     m_Open.push_back(opened);
     m_Keys.emplace_back();
     return true;

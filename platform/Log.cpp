@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <string>
 
 #include <unistd.h>
@@ -76,7 +77,7 @@ private:
       }
       if (byte < 0x20 || byte == 0x7f) {
         std::array<char, EscapeBytes + 1> escape{};
-        std::snprintf(escape.data(), escape.size(), "\\x%02x", static_cast<unsigned>(byte));
+        static_cast<void>(std::snprintf(escape.data(), escape.size(), "\\x%02x", static_cast<unsigned>(byte)));
         line += escape.data();
       } else {
         line += text[i];
@@ -114,8 +115,9 @@ ILogSink& DefaultLogSink() noexcept {
   if (ILogSink* sink = s_installed_sink.load(std::memory_order_acquire)) {
     return *sink;
   }
-  // Never destroyed: other objects may log while the process ends.
-  static auto* const built_in = new StandardErrorLogSink;
+  // Its memory is never given back and its destructor never runs: other objects may log while the process ends.
+  alignas(StandardErrorLogSink) static std::array<unsigned char, sizeof(StandardErrorLogSink)> storage;
+  static auto* const built_in = new (storage.data()) StandardErrorLogSink;
   return *built_in;
 }
 

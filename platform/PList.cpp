@@ -47,6 +47,10 @@ Tarn::XMLElement* PListItem::CreateXMLElement() const {
   return nullptr;
 }
 
+PListItem* PListItem::Copy() const {
+  return new PListItem(*this);
+}
+
 bool PListData::GetValue(int& value) const noexcept {
   return ReadNumber(m_value, value);
 }
@@ -178,6 +182,8 @@ PListItem* PListDict::Copy() const {
   return new PListDict(*this);
 }
 
+// The base list is not copied: it would share the elements.
+// NOLINTNEXTLINE(bugprone-copy-constructor-init,readability-redundant-member-init)
 PListArray::PListArray(const PListArray& other) : PListItem(IT_ARRAY), std::list<PListItem*>() {
   try {
     for (const PListItem* item : other) {

@@ -94,7 +94,7 @@ Result_t ByteString::Capacity(unsigned capacity) {
 }
 
 Result_t ByteString::Set(const byte_t* bytes, unsigned count) {
-  if (const Result_t grown = Capacity(count); grown.Failed()) {
+  if (Result_t grown = Capacity(count); grown.Failed()) {
     return grown;
   }
   if (count > 0) {

@@ -42,12 +42,12 @@ int HexValue(char digit) noexcept {
   return NotADigit;
 }
 
-constexpr std::array<signed char, 256> MakeBase64Values() {
-  std::array<signed char, 256> values{};
+constexpr std::array<int, 256> MakeBase64Values() {
+  std::array<int, 256> values{};
   for (auto& value : values) {
     value = NotADigit;
   }
-  for (signed char i = 0; i < 64; ++i) {
+  for (int i = 0; i < 64; ++i) {
     values[static_cast<unsigned char>(Base64Digits[i])] = i;
   }
   return values;

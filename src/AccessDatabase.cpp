@@ -52,6 +52,10 @@ const char* ArgumentText(sqlite3_value* value) {
   return reinterpret_cast<const char*>(sqlite3_value_text(value));
 }
 
+bool OutOfMemory(sqlite3_value* value, const char* text) {
+  return text == nullptr && sqlite3_value_type(value) != SQLITE_NULL;
+}
+
 } // namespace
 
 /// "subject REGEXP pattern" in SQL, which SQLite evaluates as regexp(pattern, subject): 1 on a match, else 0, also for
@@ -62,6 +66,10 @@ static void regexp_handler(sqlite3_context* handle, int argc, sqlite3_value** ar
   try {
     const char* const regex = ArgumentText(argv[0]);
     const char* const value = ArgumentText(argv[1]);
+    if (OutOfMemory(argv[0], regex) || OutOfMemory(argv[1], value)) {
+      sqlite3_result_error_nomem(handle);
+      return;
+    }
     const bool matches = regex != nullptr && value != nullptr && Perenna::RegularExpression(regex).match(value);
     sqlite3_result_int(handle, matches ? 1 : 0);
   } catch (const std::exception&) { // none may pass through SQLite's frames

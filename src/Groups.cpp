@@ -8,6 +8,7 @@
 #include "PN_Regex.h"
 #include "SQLQuery.h"
 #include "TN_log.h"
+#include "TerminatedText.h"
 
 namespace LocalAccessManager {
 
@@ -18,7 +19,7 @@ namespace {
 bool IsGroupId(const std::string& group_id) {
   constexpr auto Allowed = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-";
   const Perenna::RegularExpression name_regex("^[a-zA-Z0-9_-]+$");
-  const std::string terminated = group_id.c_str();
+  const std::string terminated = Terminated(group_id);
   return name_regex.match(terminated) && terminated.find_first_not_of(Allowed) == std::string::npos;
 }
 
@@ -45,7 +46,7 @@ Tarn::Result_t CollectIds(const Perenna::PListArray& list, const IdListMessages&
       Tarn::DefaultLogSink().Error("%s", messages.not_text);
       return Tarn::RESULT_PARAM;
     }
-    const std::string id = id_item->GetValue().c_str();
+    const std::string id = Terminated(id_item->GetValue());
     if (!exists(id)) {
       Tarn::DefaultLogSink().Error(messages.unknown, id.c_str());
       return Tarn::RESULT_PARAM;
@@ -72,7 +73,7 @@ Tarn::Result_t UserManager::CreateGroup(const Perenna::PListDict& dict) {
   }
   const std::string& group_id = dict.GetData(Strings::group_id).GetValue();
   const std::string& group_name = dict.GetData(Strings::group_name).GetValue();
-  if (group_id.empty() || group_name.empty()) {
+  if (IsEmptyTerminated(group_id) || IsEmptyTerminated(group_name)) {
     Tarn::DefaultLogSink().Error("Empty group_id or group_name.\n");
     return Tarn::RESULT_PARAM;
   }

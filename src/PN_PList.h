@@ -36,7 +36,7 @@ enum ItemType_t : std::uint32_t {
 // its contents with itself. Whoever handed an item over may go on filling it through the pointer while the container
 // lives. None of these classes locks; an object is used by one thread at a time.
 
-/// Base of every item.
+/// Base of every item; by itself a kind without a value.
 class TN_API PListItem {
 public:
   PListItem() = default;
@@ -51,7 +51,7 @@ public:
   /// The item in XML form. This library brings no XML: always null.
   virtual Tarn::XMLElement* CreateXMLElement() const;
   /// A deep copy, the caller's.
-  virtual PListItem* Copy() const = 0;
+  virtual PListItem* Copy() const;
   /// Writes the item as JSON (RFC 8259) into `json`: integers and finite reals as numbers, IT_DATE as its text, IT_DATA
   /// as base64 text, a number whose text is malformed as a string, bytes that are not UTF-8 as U+FFFD.
   /// Tarn::RESULT_OK; Tarn::RESULT_PARAM, `json` untouched, beyond 200 levels of nesting.

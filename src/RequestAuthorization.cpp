@@ -5,6 +5,7 @@
 #include <set>
 
 #include "SQLQuery.h"
+#include "TerminatedText.h"
 
 namespace LocalAccessManager {
 
@@ -13,11 +14,7 @@ namespace {
 const std::string Allow = "Allow";
 const std::string Deny = "Deny";
 
-/// Texts reach SQLite up to their first NUL: an id or a URL that holds one would be judged as another, shorter one.
-bool EndsEarly(const std::string& text) {
-  return text.find('\0') != std::string::npos;
-}
-
+/// An id or a URL that holds a NUL would be judged as another, shorter one.
 bool CanBeJudged(const Perenna::HTTPRequest& request, const std::string& user_id) {
   return !user_id.empty() && !EndsEarly(user_id) && !EndsEarly(request.URL());
 }

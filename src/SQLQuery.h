@@ -7,12 +7,14 @@
 /// operation, under the manager's lock.
 namespace SQLQuery {
 
+// NOLINTBEGIN(bugprone-macro-parentheses): a class name
 // The shape that all but one of the statements share: a constructor from the connection.
 #define PERENNA_STATEMENT(Name)                                                                                        \
   class Name : public Perenna::Sqlite3::SimpleQuery {                                                                  \
   public:                                                                                                              \
     explicit Name(sqlite3* db);                                                                                        \
   }
+// NOLINTEND(bugprone-macro-parentheses)
 
 PERENNA_STATEMENT(GetUsers);         // Exec()
 PERENNA_STATEMENT(GetUser);          // Exec(user_id)

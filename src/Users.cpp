@@ -7,6 +7,7 @@
 #include "Listing.h"
 #include "SQLQuery.h"
 #include "TN_log.h"
+#include "TerminatedText.h"
 
 namespace LocalAccessManager {
 
@@ -34,7 +35,7 @@ Tarn::Result_t UserManager::CreateUser(const Perenna::PListDict& dict) {
   const std::string& password = dict.GetData(Strings::password).GetValue();
   const std::string& certificate = dict.GetData(Strings::certificate).GetValue();
 
-  if (user_id.empty()) {
+  if (IsEmptyTerminated(user_id)) {
     Tarn::DefaultLogSink().Error("Empty user_id.\n");
     return Tarn::RESULT_PARAM;
   }
