@@ -1,0 +1,169 @@
+#include "ToolRun.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <stdexcept>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+namespace Testing {
+
+namespace {
+
+constexpr int TimeoutMilliseconds = 60000;
+
+struct Pipe {
+  Pipe() {
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+      throw std::runtime_error("no pipe");
+    }
+  }
+  std::array<int, 2> ends{};
+};
+
+[[noreturn]] void Execute(const std::string& database, const std::vector<std::string>& arguments) {
+  if (!database.empty()) {
+    setenv("PERENNA_ACCESS_DATABASE", database.c_str(), 1);
+  } else {
+    unsetenv("PERENNA_ACCESS_DATABASE");
+  }
+  std::string program = PERENNA_ACCESS_TOOL;
+  std::vector<std::string> copies = arguments;
+  std::vector<char*> argv = {program.data()};
+  for (std::string& copy : copies) {
+    argv.push_back(copy.data());
+  }
+  argv.push_back(nullptr);
+  execv(program.c_str(), argv.data());
+  _exit(127);
+}
+
+/// Reads what is there; false at the end.
+bool ReadSome(int descriptor, std::string& text) {
+  std::array<char, 65536> buffer{};
+  const ssize_t count = read(descriptor, buffer.data(), buffer.size());
+  if (count > 0) {
+    text.append(buffer.data(), static_cast<std::size_t>(count));
+  }
+  return count > 0 || (count < 0 && errno == EINTR);
+}
+
+void TimeOut(pid_t process, const std::string& output) {
+  kill(process, SIGKILL);
+  ADD_FAILURE() << "the tool did not end or answer in time; its output so far:\n" << output;
+}
+
+} // namespace
+
+int WaitFor(pid_t process) {
+  int status = 0;
+  while (waitpid(process, &status, 0) < 0 && errno == EINTR) {
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+ToolResult RunTool(const std::string& database, const std::vector<std::string>& arguments, const std::string& input) {
+  Pipe in;
+  Pipe out;
+  Pipe err;
+  const pid_t process = fork();
+  if (process == 0) {
+    setsid(); // away from any terminal
+    dup2(in.ends[0], STDIN_FILENO);
+    dup2(out.ends[1], STDOUT_FILENO);
+    dup2(err.ends[1], STDERR_FILENO);
+    Execute(database, arguments);
+  }
+  close(in.ends[0]);
+  close(out.ends[1]);
+  close(err.ends[1]);
+  signal(SIGPIPE, SIG_IGN);
+
+  ToolResult result;
+  std::size_t written = 0;
+  bool timed_out = false;
+  std::array<pollfd, 3> watched = {{{out.ends[0], POLLIN, 0}, {err.ends[0], POLLIN, 0}, {in.ends[1], POLLOUT, 0}}};
+  while (!timed_out && (watched[0].fd >= 0 || watched[1].fd >= 0)) {
+    if (watched[2].fd >= 0 && written == input.size()) {
+      close(watched[2].fd);
+      watched[2].fd = -1;
+    }
+    timed_out = poll(watched.data(), watched.size(), TimeoutMilliseconds) == 0;
+    if (timed_out) {
+      TimeOut(process, result.out + result.err);
+    }
+    if (watched[0].revents != 0 && !ReadSome(out.ends[0], result.out)) {
+      watched[0].fd = -1;
+    }
+    if (watched[1].revents != 0 && !ReadSome(err.ends[0], result.err)) {
+      watched[1].fd = -1;
+    }
+    if (watched[2].fd >= 0 && watched[2].revents != 0) {
+      const std::size_t chunk = std::min<std::size_t>(input.size() - written, 4096); // never blocks once writable
+      const ssize_t count = write(watched[2].fd, input.data() + written, chunk);
+      written = count < 0 ? input.size() : written + static_cast<std::size_t>(count);
+    }
+  }
+  if (watched[2].fd >= 0) {
+    close(watched[2].fd);
+  }
+  close(out.ends[0]);
+  close(err.ends[0]);
+  result.status = WaitFor(process);
+  return result;
+}
+
+ToolResult RunToolAtTerminal(const std::string& database, const std::vector<std::string>& arguments,
+                             const std::vector<std::pair<std::string, std::string>>& dialogue) {
+  int terminal = -1;
+  const pid_t process = forkpty(&terminal, nullptr, nullptr, nullptr);
+  if (process == 0) {
+    Execute(database, arguments);
+  }
+  ToolResult result;
+  std::size_t answered = 0; // where the output since the last answer begins
+  auto next = dialogue.begin();
+  for (;;) {
+    pollfd watched = {terminal, POLLIN, 0};
+    if (poll(&watched, 1, TimeoutMilliseconds) == 0) {
+      TimeOut(process, result.out);
+      break;
+    }
+    if (!ReadSome(terminal, result.out)) {
+      break;
+    }
+    if (next != dialogue.end() && result.out.find(next->first, answered) != std::string::npos) {
+      answered = result.out.size();
+      const std::string& answer = next->second;
+      EXPECT_EQ(write(terminal, answer.data(), answer.size()), static_cast<ssize_t>(answer.size()));
+      ++next;
+    }
+  }
+  EXPECT_EQ(next, dialogue.end()) << "never asked: " << next->first << "\noutput:\n" << result.out;
+  close(terminal);
+  result.status = WaitFor(process);
+  return result;
+}
+
+pid_t StartTool(const std::string& database, const std::vector<std::string>& arguments) {
+  const pid_t process = fork();
+  if (process == 0) {
+    setsid();
+    const int nowhere = open("/dev/null", O_RDWR);
+    dup2(nowhere, STDIN_FILENO);
+    dup2(nowhere, STDOUT_FILENO);
+    dup2(nowhere, STDERR_FILENO);
+    Execute(database, arguments);
+  }
+  return process;
+}
+
+} // namespace Testing

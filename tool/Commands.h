@@ -1,0 +1,16 @@
+#pragma once
+
+#include "Context.h"
+
+namespace Tool {
+
+// One function a family of subcommands; each registers its subcommands with their help. The order here is the order in
+// the help.
+
+void AddInitCommand(CLI::App& app, Context& context);
+void AddUserCommands(CLI::App& app, Context& context);
+void AddGroupCommands(CLI::App& app, Context& context);
+void AddFilterCommands(CLI::App& app, Context& context);
+void AddCheckCommands(CLI::App& app, Context& context);
+
+} // namespace Tool

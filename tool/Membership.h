@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Database.h"
+
+namespace Tool {
+
+/// Whether the directory holds the user, or the group.
+bool UserExists(Database& database, const std::string& user_id);
+bool GroupExists(Database& database, const std::string& group_id);
+
+// Both replace a whole set in the caller's transaction, so that nobody ever sees half of it; the module's own
+// operations commit row by row. Ids are added once each, in ascending order. Throw `Failure` for an id that does not
+// exist.
+
+void ReplaceUserGroups(Database& database, const std::string& user_id, const std::vector<std::string>& groups);
+void ReplaceGroupUsers(Database& database, const std::string& group_id, const std::vector<std::string>& users);
+
+} // namespace Tool

@@ -1,0 +1,255 @@
+#include "Secret.h"
+
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include "Failure.h"
+#include "Text.h"
+
+namespace Tool {
+
+namespace {
+
+constexpr char CtrlC = 0x03;
+constexpr char CtrlD = 0x04;
+constexpr char CtrlU = 0x15;
+constexpr char Backspace = 0x08;
+constexpr char Rubout = 0x7f;
+
+constexpr int Rounds = 3; // tries to type the same password twice
+
+class Descriptor {
+public:
+  explicit Descriptor(int number) noexcept : m_Number(number) {}
+  ~Descriptor() {
+    if (m_Number > STDERR_FILENO) {
+      close(m_Number);
+    }
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int Number() const noexcept { return m_Number; }
+
+private:
+  int m_Number;
+};
+
+/// The controlling terminal, whatever standard input is.
+class Terminal {
+public:
+  Terminal() : m_Descriptor(open("/dev/tty", O_RDWR | O_CLOEXEC)) {
+    if (m_Descriptor.Number() < 0) {
+      throw Failure(ExitStatus::Usage, "there is no terminal to ask for a password at; give --password-stdin or "
+                                       "--password-file FILE");
+    }
+  }
+
+  void Print(const std::string& text) const {
+    static_cast<void>(!write(m_Descriptor.Number(), text.data(), text.size())); // a lost prompt is seen by the user
+  }
+
+  /// Reads a byte; throws when the terminal is gone.
+  char Read() const {
+    char byte = 0;
+    ssize_t count = 0;
+    do {
+      count = read(m_Descriptor.Number(), &byte, 1);
+    } while (count < 0 && errno == EINTR);
+    if (count != 1) {
+      throw Failure(ExitStatus::Usage, "cancelled");
+    }
+    return byte;
+  }
+
+  int Number() const noexcept { return m_Descriptor.Number(); }
+
+private:
+  Descriptor m_Descriptor;
+};
+
+/// Switches echo, line editing and signals off: Ctrl-C arrives as a byte, so that echo is back before the process ends.
+class WithoutEcho {
+public:
+  explicit WithoutEcho(const Terminal& terminal) : m_Terminal(terminal) {
+    if (tcgetattr(terminal.Number(), &m_Before) != 0) {
+      throw Failure(ExitStatus::Failed,
+                    std::string("cannot read the terminal's settings: ") + std::generic_category().message(errno));
+    }
+    termios silent = m_Before;
+    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO | ICANON | ISIG);
+    silent.c_cc[VMIN] = 1;
+    silent.c_cc[VTIME] = 0;
+    tcsetattr(terminal.Number(), TCSAFLUSH, &silent);
+  }
+  ~WithoutEcho() { tcsetattr(m_Terminal.Number(), TCSAFLUSH, &m_Before); }
+  WithoutEcho(const WithoutEcho&) = delete;
+  WithoutEcho& operator=(const WithoutEcho&) = delete;
+
+private:
+  const Terminal& m_Terminal;
+  termios m_Before{};
+};
+
+Secret ReadSilently(const Terminal& terminal, const std::string& prompt) {
+  const WithoutEcho silence(terminal);
+  terminal.Print(prompt);
+  Secret secret;
+  for (;;) {
+    const char byte = terminal.Read();
+    switch (byte) {
+    case '\r':
+    case '\n':
+      terminal.Print("\n");
+      return secret;
+    case CtrlC:
+    case CtrlD:
+      terminal.Print("\n");
+      throw Failure(ExitStatus::Usage, "cancelled");
+    case CtrlU:
+      secret.Clear();
+      break;
+    case Backspace:
+    case Rubout:
+      secret.RemoveLast();
+      break;
+    default:
+      if (!secret.Append(byte)) {
+        throw Failure(ExitStatus::Usage,
+                      "the password is longer than " + std::to_string(Secret::MaximumBytes) + " bytes");
+      }
+    }
+  }
+}
+
+} // namespace
+
+Secret::Secret() {
+  m_Text.reserve(MaximumBytes);
+}
+
+Secret::~Secret() {
+  Clear();
+}
+
+Secret::Secret(Secret&& other) noexcept : m_Text(std::move(other.m_Text)) {}
+
+bool Secret::Append(char byte) {
+  if (m_Text.size() == MaximumBytes) {
+    return false;
+  }
+  m_Text += byte;
+  return true;
+}
+
+void Secret::RemoveLast() noexcept {
+  // A character typed as several bytes of UTF-8 goes as a whole.
+  while (!m_Text.empty()) {
+    const bool continuation = (static_cast<unsigned char>(m_Text.back()) & 0xc0U) == 0x80U;
+    m_Text.pop_back();
+    if (!continuation) {
+      return;
+    }
+  }
+}
+
+void Secret::Clear() noexcept {
+  explicit_bzero(m_Text.data(), m_Text.capacity());
+  m_Text.clear();
+}
+
+void ProtectProcess() noexcept {
+  const rlimit none{0, 0};
+  setrlimit(RLIMIT_CORE, &none);
+#ifndef __SANITIZE_ADDRESS__ // whose search for leaks traces the process
+  prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
+#endif
+}
+
+bool HasTerminal() noexcept {
+  const Descriptor terminal(open("/dev/tty", O_RDWR | O_CLOEXEC));
+  return terminal.Number() >= 0;
+}
+
+Secret AskForNewPassword(const std::string& whose) {
+  const Terminal terminal;
+  for (int round = 0; round < Rounds; ++round) {
+    Secret first = ReadSilently(terminal, "New password for " + Quoted(whose) + ": ");
+    if (first.Text().empty()) {
+      throw Failure(ExitStatus::Usage, "the password is empty");
+    }
+    const Secret second = ReadSilently(terminal, "The same once more: ");
+    if (first.Text() == second.Text()) {
+      return first;
+    }
+    terminal.Print("They differ.\n");
+  }
+  throw Failure(ExitStatus::Usage, "the two passwords differed " + std::to_string(Rounds) + " times");
+}
+
+bool AskYesOrNo(const std::string& question, bool otherwise) {
+  const Terminal terminal;
+  for (;;) {
+    terminal.Print(question + (otherwise ? " [Y/n] " : " [y/N] "));
+    std::string answer;
+    for (char byte = terminal.Read(); byte != '\n'; byte = terminal.Read()) {
+      answer += byte;
+    }
+    if (answer.empty()) {
+      return otherwise;
+    }
+    if (answer == "y" || answer == "Y" || answer == "yes") {
+      return true;
+    }
+    if (answer == "n" || answer == "N" || answer == "no") {
+      return false;
+    }
+    terminal.Print("Answer y or n.\n");
+  }
+}
+
+Secret ReadPasswordFile(const std::string& path) {
+  const bool standard_input = path == "-";
+  const std::string name = standard_input ? "standard input" : "the password file " + Quoted(path);
+  const Descriptor source(standard_input ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (source.Number() < 0) {
+    throw Failure(ExitStatus::Usage, "cannot open " + name + ": " + std::generic_category().message(errno));
+  }
+  Secret secret;
+  bool ended = false;
+  for (;;) {
+    char byte = 0;
+    const ssize_t count = read(source.Number(), &byte, 1);
+    if (count < 0 && errno == EINTR) {
+      continue;
+    }
+    if (count < 0) {
+      throw Failure(ExitStatus::Usage, "cannot read " + name + ": " + std::generic_category().message(errno));
+    }
+    if (count == 0) {
+      break;
+    }
+    if (ended) {
+      throw Failure(ExitStatus::Usage, name + " holds more than one line; a password is one line");
+    }
+    if (byte == '\n') {
+      ended = true;
+    } else if (!secret.Append(byte)) {
+      throw Failure(ExitStatus::Usage,
+                    "the password in " + name + " is longer than " + std::to_string(Secret::MaximumBytes) + " bytes");
+    }
+  }
+  if (secret.Text().empty()) {
+    throw Failure(ExitStatus::Usage, "the password in " + name + " is empty");
+  }
+  return secret;
+}
+
+} // namespace Tool

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+namespace Tool {
+
+/// What to print when the command line cannot be understood: the error, the subcommand or option that was probably
+/// meant, and where the help is.
+std::string Explain(const CLI::App& app, const CLI::ParseError& error, const std::vector<std::string>& arguments);
+
+} // namespace Tool
