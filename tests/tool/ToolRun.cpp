@@ -29,21 +29,29 @@ struct Pipe {
   std::array<int, 2> ends{};
 };
 
-[[noreturn]] void Execute(const std::string& database, const std::vector<std::string>& arguments) {
+[[noreturn]] void Execute(const std::vector<std::string>& command) {
+  std::vector<std::string> copies = command;
+  std::vector<char*> argv;
+  for (std::string& copy : copies) {
+    argv.push_back(copy.data());
+  }
+  argv.push_back(nullptr);
+  execv(argv.front(), argv.data());
+  _exit(127);
+}
+
+void SetDatabase(const std::string& database) {
   if (!database.empty()) {
     setenv("PERENNA_ACCESS_DATABASE", database.c_str(), 1);
   } else {
     unsetenv("PERENNA_ACCESS_DATABASE");
   }
-  std::string program = PERENNA_ACCESS_TOOL;
-  std::vector<std::string> copies = arguments;
-  std::vector<char*> argv = {program.data()};
-  for (std::string& copy : copies) {
-    argv.push_back(copy.data());
-  }
-  argv.push_back(nullptr);
-  execv(program.c_str(), argv.data());
-  _exit(127);
+}
+
+std::vector<std::string> ToolCommand(const std::vector<std::string>& arguments) {
+  std::vector<std::string> command = {PERENNA_ACCESS_TOOL};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  return command;
 }
 
 /// Reads what is there; false at the end.
@@ -80,7 +88,8 @@ ToolResult RunTool(const std::string& database, const std::vector<std::string>& 
     dup2(in.ends[0], STDIN_FILENO);
     dup2(out.ends[1], STDOUT_FILENO);
     dup2(err.ends[1], STDERR_FILENO);
-    Execute(database, arguments);
+    SetDatabase(database);
+    Execute(ToolCommand(arguments));
   }
   close(in.ends[0]);
   close(out.ends[1]);
@@ -121,12 +130,15 @@ ToolResult RunTool(const std::string& database, const std::vector<std::string>& 
   return result;
 }
 
-ToolResult RunToolAtTerminal(const std::string& database, const std::vector<std::string>& arguments,
-                             const std::vector<std::pair<std::string, std::string>>& dialogue) {
+namespace {
+
+ToolResult Converse(const std::string& database, const std::vector<std::string>& command,
+                    const std::vector<std::pair<std::string, std::string>>& dialogue) {
   int terminal = -1;
   const pid_t process = forkpty(&terminal, nullptr, nullptr, nullptr);
   if (process == 0) {
-    Execute(database, arguments);
+    SetDatabase(database);
+    Execute(command);
   }
   ToolResult result;
   std::size_t answered = 0; // where the output since the last answer begins
@@ -153,6 +165,18 @@ ToolResult RunToolAtTerminal(const std::string& database, const std::vector<std:
   return result;
 }
 
+} // namespace
+
+ToolResult RunToolAtTerminal(const std::string& database, const std::vector<std::string>& arguments,
+                             const std::vector<std::pair<std::string, std::string>>& dialogue) {
+  return Converse(database, ToolCommand(arguments), dialogue);
+}
+
+ToolResult RunAtTerminal(const std::vector<std::string>& command,
+                         const std::vector<std::pair<std::string, std::string>>& dialogue) {
+  return Converse({}, command, dialogue);
+}
+
 pid_t StartTool(const std::string& database, const std::vector<std::string>& arguments) {
   const pid_t process = fork();
   if (process == 0) {
@@ -161,7 +185,8 @@ pid_t StartTool(const std::string& database, const std::vector<std::string>& arg
     dup2(nowhere, STDIN_FILENO);
     dup2(nowhere, STDOUT_FILENO);
     dup2(nowhere, STDERR_FILENO);
-    Execute(database, arguments);
+    SetDatabase(database);
+    Execute(ToolCommand(arguments));
   }
   return process;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <sys/types.h>
@@ -23,6 +24,10 @@ ToolResult RunTool(const std::string& database, const std::vector<std::string>& 
 /// its answer is typed. Prompts and answers alternate in `dialogue`.
 ToolResult RunToolAtTerminal(const std::string& database, const std::vector<std::string>& arguments,
                              const std::vector<std::pair<std::string, std::string>>& dialogue);
+
+/// The same for any program, its path first; PERENNA_ACCESS_DATABASE is not set.
+ToolResult RunAtTerminal(const std::vector<std::string>& command,
+                         const std::vector<std::pair<std::string, std::string>>& dialogue);
 
 /// Starts the tool and does not wait for it; output is discarded. For tests that end it by its id.
 pid_t StartTool(const std::string& database, const std::vector<std::string>& arguments);
