@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <mutex>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -10,6 +11,15 @@
 
 #include "PN_PList.h"
 #include "TN_log.h"
+
+namespace Tarn {
+
+/// How a failed assertion prints a result.
+inline void PrintTo(const Result_t& result, std::ostream* out) {
+  *out << result.label;
+}
+
+} // namespace Tarn
 
 namespace Testing {
 
@@ -74,5 +84,30 @@ Perenna::PListDict Dict(const std::vector<std::pair<std::string, std::string>>& 
 
 /// The texts of an array, in order.
 std::vector<std::string> Texts(const Perenna::PListArray& array);
+
+/// An array of texts.
+Perenna::PListArray Array(const std::vector<std::string>& texts);
+
+using Lines = std::vector<CaptureLog::Line>;
+
+/// Lines as the log holds them, for comparison with what CaptureLog took.
+inline CaptureLog::Line ErrorLine(const std::string& text) {
+  return {Tarn::LOG_ERROR, text};
+}
+inline CaptureLog::Line NoticeLine(const std::string& text) {
+  return {Tarn::LOG_NOTICE, text};
+}
+inline CaptureLog::Line DebugLine(const std::string& text) {
+  return {Tarn::LOG_DEBUG, text};
+}
+
+/// How a program ended and what it wrote to standard output and standard error.
+struct Finished {
+  int status; // its exit status; -1 when it could not be started or was ended by a signal
+  std::string output;
+};
+
+/// Runs a program, looked up in PATH, to its end, with no standard input.
+Finished RunProgram(const std::vector<std::string>& arguments);
 
 } // namespace Testing

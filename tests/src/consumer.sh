@@ -1,0 +1,37 @@
+#!/bin/sh
+# Installs the libraries into a prefix of its own and builds a small host against them, as C++17 and as C++20, through
+# the CMake package and through pkg-config; compiles each installed header alone as C++17, all together as C++20.
+#   consumer.sh CMAKE BUILD-DIRECTORY COMPILER
+set -eu
+cmake=$1 build=$2 compiler=$3
+here=$(cd "$(dirname "$0")" && pwd)
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix=$work/prefix
+warnings="-Wall -Wextra -Wpedantic -Werror"
+
+"$cmake" --install "$build" --prefix "$prefix" >"$work/log" || { cat "$work/log"; exit 1; }
+package=$(find "$prefix" -name perenna-localaccessmanager.pc)
+libraries=$(dirname "$(dirname "$package")")
+
+for standard in 17 20; do
+  "$cmake" -S "$here/consumer" -B "$work/$standard" -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$prefix" \
+    -DCMAKE_CXX_STANDARD=$standard >"$work/log" 2>&1 && "$cmake" --build "$work/$standard" >>"$work/log" 2>&1 ||
+    { cat "$work/log"; exit 1; }
+  "$work/$standard/consumer" "$work/package-$standard.db"
+
+  flags=$(PKG_CONFIG_PATH=$(dirname "$package") pkg-config --define-variable=prefix="$prefix" --cflags --libs \
+    perenna-localaccessmanager)
+  # shellcheck disable=SC2086 # lists of words
+  "$compiler" -std=c++$standard $warnings "$here/consumer/main.cpp" $flags -o "$work/plain-$standard"
+  LD_LIBRARY_PATH=$libraries "$work/plain-$standard" "$work/plain-$standard.db"
+done
+
+for header in "$prefix"/include/perenna/*.h; do
+  echo "#include \"$header\"" | tee "$work/alone.cpp" >>"$work/all.cpp"
+  # shellcheck disable=SC2086
+  "$compiler" -std=c++17 $warnings -fsyntax-only "$work/alone.cpp"
+done
+# shellcheck disable=SC2086
+"$compiler" -std=c++20 $warnings -fsyntax-only "$work/all.cpp"
+ls "$prefix"/include/perenna
