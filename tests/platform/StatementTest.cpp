@@ -1,0 +1,230 @@
+#include "Helpers.h"
+#include "PN_Sqlite3.h"
+
+using namespace Perenna;
+using Sqlite3::SimpleQuery;
+using Testing::Dict;
+using Testing::Lines;
+using Texts = std::vector<std::string>;
+
+/// The rest of the first column.
+static Texts Column(SimpleQuery& query) {
+  Texts values;
+  for (std::string value; query.GetNextResult(value);) {
+    values.push_back(value);
+  }
+  return values;
+}
+
+/// The lines of `count` refused attempts, with the time-out after the ninth, and of what follows at Error.
+static Lines Expected(const std::string& what, std::size_t count, const Texts& errors = {}) {
+  Lines lines(count, {Tarn::LOG_DEBUG, "Locked database, retrying \"" + what + "\".\n"});
+  lines.resize(count < Sqlite3::LockAttempts ? count : count + 1, {Tarn::LOG_DEBUG, "Locked database, timed out.\n"});
+  for (const std::string& error : errors) {
+    lines.emplace_back(Tarn::LOG_ERROR, error);
+  }
+  return lines;
+}
+
+/// Two connections of one file with a table `t`: that of the code under test has not read the schema yet.
+class Statements : public testing::Test {
+protected:
+  void SetUp() override { m_Other.Run("CREATE TABLE t (x UNIQUE); INSERT INTO t VALUES ('a'), ('b'), ('c')"); }
+  void TearDown() override {
+    EXPECT_EQ(m_Log.Take(), Lines{}) << "lines that the test did not expect";
+    EXPECT_EQ(sqlite3_next_stmt(m_db, nullptr), nullptr) << "a statement was not finalised";
+  }
+  std::size_t Stored() { return m_Other.Query("SELECT x FROM t").size(); }
+
+  Testing::TemporaryDirectory m_Directory;
+  Testing::BareDatabase m_Other{m_Directory.File("db")};
+  Testing::BareDatabase m_Database{m_Directory.File("db")};
+  sqlite3* m_db = m_Database.Handle();
+  Testing::CaptureLog m_Log;
+};
+
+TEST_F(Statements, WithoutRowsEndInFalseAndTouchNothing) {
+  for (const char* sql : {"INSERT INTO t VALUES ('d')", "DELETE FROM t", "SELECT x FROM t WHERE 0"}) {
+    SimpleQuery query(m_db, sql);
+    EXPECT_FALSE(query.DiscardNextResult()) << "before Exec";
+    EXPECT_EQ(query.Exec(), Tarn::RESULT_FALSE) << sql;
+    PListDict dict;
+    std::string value = "old";
+    EXPECT_FALSE(query.GetNextResult(dict) || query.GetNextResult(value) || query.DiscardNextResult()) << sql;
+    EXPECT_TRUE(dict.size() == 0 && value == "old") << sql;
+  }
+}
+
+TEST_F(Statements, DeliverEveryRowOnceAndCanRunAgainWithoutTheirBindings) {
+  SimpleQuery query(m_db, "SELECT x FROM t WHERE x >= coalesce(?, 'c') ORDER BY x");
+  ASSERT_EQ(query.Exec("a"), Tarn::RESULT_OK);
+  PListDict row;
+  EXPECT_TRUE(query.GetNextResult(row) && query.DiscardNextResult());
+  EXPECT_EQ(row.GetData("x").GetValue(), "a");
+  EXPECT_EQ(Column(query), Texts{"c"});
+  ASSERT_EQ(query.Exec(), Tarn::RESULT_OK);
+  EXPECT_EQ(Column(query), Texts{"c"});
+}
+
+TEST_F(Statements, RowsBecomeDictionariesAndTexts) {
+  const std::tuple<std::string, ItemType_t, std::string, std::string> columns[] = {
+      {"9223372036854775807", IT_INT64, "9223372036854775807", "9223372036854775807"},
+      {"0.1", IT_REAL, "0.1", "0.1"},
+      {"'a''b'", IT_STRING, "a'b", "a'b"},
+      {"x'414243'", IT_DATA, "QUJD", "ABC"},
+      {"x''", IT_DATA, "", ""},
+      {"NULL", IT_NULL, "", "unchanged"}};
+  for (const auto& [sql, kind, in_row, as_text] : columns) {
+    SimpleQuery query(m_db, "SELECT " + sql + " AS c, 1 AS d UNION ALL SELECT " + sql + ", 2");
+    ASSERT_EQ(query.Exec(), Tarn::RESULT_OK) << sql;
+    PListDict row = Dict({{"c", "replaced"}, {"kept", "k"}});
+    std::string value = "unchanged";
+    EXPECT_TRUE(query.GetNextResult(row) && row.size() == 3 && row.GetData("c").HasType(kind)) << sql;
+    EXPECT_EQ(row.GetData("c").GetValue(), in_row) << sql;
+    EXPECT_TRUE(query.GetNextResult(value) && value == as_text) << sql << " as " << value;
+  }
+}
+
+TEST_F(Statements, BindArgumentsByPositionOrByTheOrderOfTheNames) {
+  SimpleQuery two(m_db, "SELECT typeof(?1) || ?1 || ?2");
+  ASSERT_EQ(two.Exec("it's", std::string("b\0c", 3)), Tarn::RESULT_OK);
+  EXPECT_EQ(Column(two), Texts{"textit'sb"}) << "texts end at their first NUL";
+  SimpleQuery one(m_db, "SELECT typeof(?1) || ?1");
+  ASSERT_EQ(one.Exec(X509Thumbprint()), Tarn::RESULT_OK);
+  EXPECT_EQ(Column(one), Texts{"textAAAAAAAAAAAAAAAAAAAAAAAAAAA="});
+  const std::tuple<ItemType_t, std::string, std::string> items[] = {
+      {IT_STRING, "it's", "text 'it''s'"},
+      {IT_DATE, "2026-01-31", "text '2026-01-31'"},
+      {IT_TRUE, "", "text 'true'"},
+      {IT_FALSE, "x", "text 'false'"},
+      {IT_INT, "-2147483648", "integer -2147483648"},
+      {IT_INT, "9999999999", "integer 0"},
+      {IT_INT64, "9223372036854775807", "integer 9223372036854775807"},
+      {IT_REAL, "0.5", "real 0.5"},
+      {IT_DATA, "AP8B", "blob X'00FF01'"},
+      {IT_DATA, "not base64", "blob X''"},
+      {IT_DATA, std::string(1000, 'A'), "blob X'" + std::string(1500, '0') + "'"}};
+  for (const auto& [kind, text, bound] : items) {
+    PListDict dict = Dict({{"a", "1"}, {"ignored", "2"}});
+    dict.SetItem("z", new PListData(kind, text));
+    SimpleQuery query(m_db, "SELECT typeof(?1) || ' ' || quote(?1) || ?2");
+    query.PushArgName("z");
+    query.PushArgName("a");
+    ASSERT_EQ(query.Exec(dict), Tarn::RESULT_OK) << text;
+    EXPECT_EQ(Column(query), Texts{bound + "1"});
+  }
+}
+
+TEST_F(Statements, WhatCannotBeBoundIsRefusedBeforeAnyStep) {
+  SimpleQuery query(m_db, "INSERT INTO t VALUES ('x' || ?)");
+  EXPECT_EQ(query.Exec(PListDict()), Tarn::RESULT_INIT);
+  EXPECT_EQ(m_Log.Take(), Expected("", 0, {"ArgNames must be present to use PListDict input.\n"}));
+  query.PushArgName("first");
+  query.PushArgName("second"); // its placeholder does not exist, which is not logged
+  EXPECT_EQ(query.Exec(Dict({{"first", "1"}, {"second", "2"}})), RESULT_DB_FAILURE);
+  EXPECT_EQ(query.Exec("1", "2"), RESULT_DB_FAILURE);
+  EXPECT_EQ(m_Log.Take(), Lines{});
+  const std::pair<PListItem*, std::string> refused[] = {
+      {new PListDict, "Item type is not scalar.\n"},
+      {new PListArray, "Item type is not scalar.\n"},
+      {new PListData(IT_NULL, ""), "Unknown PList data type.\n"},
+      {new PListData(static_cast<ItemType_t>(99), ""), "Unknown PList data type.\n"},
+      {new PListData, "Dictionary arguments do not contain \"second\".\n"}};
+  for (const auto& [item, line] : refused) {
+    PListDict dict;
+    dict.SetItem("first", item);
+    EXPECT_EQ(query.Exec(dict), Tarn::RESULT_PARAM) << line;
+    EXPECT_EQ(m_Log.Take(), Expected("", 0, {line}));
+  }
+  EXPECT_EQ(Stored(), 3U);
+}
+
+TEST_F(Statements, RefusedTextsAndStepErrorsAreLoggedAndLeaveTheStatementUsable) {
+  SimpleQuery query(m_db, "INSERT INTO u VALUES (?)");
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    EXPECT_EQ(query.Exec("a"), RESULT_DB_FAILURE);
+    EXPECT_EQ(m_Log.Take(), Expected("", 0,
+                                     {"Unable to prepare statement INSERT INTO u VALUES (?): no such table: u\n",
+                                      "No prepared statement for query \"INSERT INTO u VALUES (?)\": PARAM (-5).\n"}));
+  }
+  m_Other.Run("ALTER TABLE t RENAME TO u");
+  EXPECT_EQ(query.Exec("a"), RESULT_DB_FAILURE);
+  EXPECT_EQ(m_Log.Take(), Expected("", 0,
+                                   {"Error stepping statement INSERT INTO u VALUES (?): UNIQUE constraint "
+                                    "failed: u.x\n"}));
+  EXPECT_EQ(query.Exec(), Tarn::RESULT_FALSE);
+  EXPECT_EQ(m_Other.Query("SELECT x FROM u WHERE x IS NULL").size(), 1U) << "bindings are cleared";
+  EXPECT_DEATH(SimpleQuery(nullptr, "SELECT 1"), "fatal: m_db!=0");
+  EXPECT_DEATH(SimpleQuery(m_db, ""), "fatal: !m_QueryString\\.empty\\(\\)");
+}
+
+TEST_F(Statements, AnErrorWhileAdvancingIsSilentAndEndsTheRows) {
+  Testing::ScriptedAnswer script(m_db, {SQLITE_OK, SQLITE_OK, SQLITE_ERROR});
+  SimpleQuery query(m_db, "SELECT answer(x) AS x FROM t");
+  ASSERT_EQ(query.Exec(), Tarn::RESULT_OK);
+  PListDict row;
+  std::string value;
+  EXPECT_TRUE(query.GetNextResult(row));
+  EXPECT_FALSE(query.GetNextResult(row)) << "copied, but not delivered";
+  EXPECT_EQ(row.GetData("x").GetValue(), "b");
+  EXPECT_FALSE(query.GetNextResult(row) || query.GetNextResult(value) || query.DiscardNextResult());
+  EXPECT_EQ(sqlite3_next_stmt(m_db, nullptr), nullptr) << "finalised";
+  ASSERT_EQ(query.Exec(), Tarn::RESULT_OK) << "prepares again";
+  EXPECT_EQ(Column(query), (Texts{"a", "b", "c"}));
+}
+
+TEST_F(Statements, TimeOutAfterNineAttempts) {
+  m_Other.Run("BEGIN EXCLUSIVE");
+  SimpleQuery query(m_db, "INSERT INTO t VALUES ('d')");
+  EXPECT_EQ(query.Exec(), RESULT_DB_FAILURE);
+  EXPECT_EQ(m_Log.Take(), Expected("prepare", 9,
+                                   {"No prepared statement for query \"INSERT INTO t VALUES ('d')\": "
+                                    "DB_FAILURE (-420).\n"}));
+  m_Other.Run("COMMIT");
+  m_Database.Query("SELECT * FROM t"); // reads the schema, so that preparing succeeds
+  m_Other.Run("BEGIN IMMEDIATE");
+  EXPECT_EQ(query.Exec(), RESULT_DB_FAILURE);
+  EXPECT_EQ(m_Log.Take(), Expected("step", 9));
+  m_Other.Run("COMMIT");
+  EXPECT_EQ(query.Exec(), Tarn::RESULT_FALSE);
+  EXPECT_EQ(Stored(), 4U);
+}
+
+TEST_F(Statements, RetryOnLockedAsOnBusyAndTimeOutWhileAdvancing) {
+  std::vector<int> statuses(12, SQLITE_BUSY);
+  statuses[0] = SQLITE_LOCKED;
+  statuses[2] = SQLITE_OK;
+  Testing::ScriptedAnswer script(m_db, statuses);
+  SimpleQuery query(m_db, "SELECT answer(x) FROM t");
+  ASSERT_EQ(query.Exec(), Tarn::RESULT_OK);
+  EXPECT_EQ(m_Log.Take(), Expected("step", 2));
+  std::string value;
+  EXPECT_FALSE(query.GetNextResult(value));
+  EXPECT_EQ(value, "a") << "copied, but not delivered";
+  EXPECT_EQ(m_Log.Take(), Expected("step result", 9));
+  EXPECT_TRUE(query.DiscardNextResult()) << "stays prepared";
+}
+
+TEST_F(Statements, SucceedOnceTheLockIsReleased) {
+  struct ReleasingLog : Testing::CaptureLog { // ends the other's transaction between the second attempt and the third
+    explicit ReleasingLog(Testing::BareDatabase& connection) : other(connection) {}
+    void VLog(Tarn::LogType_t level, const char* format, std::va_list arguments) override {
+      CaptureLog::VLog(level, format, arguments);
+      ++count == 2 ? other.Run("COMMIT") : void();
+    }
+    Testing::BareDatabase& other;
+    int count = 0;
+  };
+  const std::tuple<const char*, const char*, const char*, std::size_t> cases[] = {
+      {"BEGIN EXCLUSIVE", "prepare", "'d'", 4},
+      {"BEGIN IMMEDIATE", "step", "'e'", 5},
+      // A reader keeps the insert from committing, which undoes it: the retry must not insert twice.
+      {"BEGIN; SELECT x FROM t", "step", "NULL", 6}};
+  for (const auto& [lock, what, value, rows] : cases) {
+    m_Other.Run(lock);
+    ReleasingLog log(m_Other);
+    EXPECT_EQ(SimpleQuery(m_db, std::string("INSERT INTO t VALUES (") + value + ")").Exec(), Tarn::RESULT_FALSE);
+    EXPECT_EQ(log.Take(), Expected(what, 2)) << lock;
+    EXPECT_EQ(Stored(), rows) << lock;
+  }
+}
