@@ -52,7 +52,7 @@ CLI::Validator WholeNumber() {
 void Context::AddGlobalOptions(CLI::App& app) {
   CLI::Option* const database =
       app.add_option("-d,--database", m_Database,
-                     std::string("The access database (or the environment variable ") + DatabaseVariable + ")")
+                     std::string("The access database, else the one in ") + DatabaseVariable)
           ->type_name("FILE");
   app.add_option("-c,--config", m_Config, "The host's JSON configuration, which names the database")
       ->type_name("FILE")

@@ -163,7 +163,9 @@ void AddGroupCommands(CLI::App& app, Context& context) {
 
   const auto [add, add_options] =
       make("add", "Add a group", "perenna-access group add editors \"People who edit\"", AddGroup);
-  add.add_option("GROUP", add_options->id, "The new group's id: letters, digits, \"_\" and \"-\"")->required();
+  add.add_option("GROUP", add_options->id, "The new group's id: letters, digits, \"_\" and \"-\"")
+      ->required()
+      ->type_name("NEW");
   add.add_option("NAME", add_options->name, "Its name for people (default: the id)");
 
   const auto [remove, remove_options] = make("delete", "Delete groups with their memberships; their filters stay",

@@ -1,25 +1,41 @@
 #include <cerrno>
 #include <iostream>
+#include <memory>
+#include <string>
 #include <vector>
 
+#include "Arguments.h"
 #include "Commands.h"
 #include "Failure.h"
+#include "Help.h"
 #include "Log.h"
 #include "Secret.h"
 #include "Suggestion.h"
 
 namespace {
 
-constexpr std::size_t HelpColumn = 32;
+constexpr const char* Description =
+    "Administer the access database of a server: its users, groups and filters\n"
+    "Users are members of groups. A filter allows or denies the members of a group one HTTP method on the URLs that a "
+    "pattern matches. Among the filters that apply to a request, one Deny refuses it; otherwise one Allow grants it; "
+    "otherwise it is refused.";
+
+constexpr const char* Footer = "Exit status:\n"
+                               "  0  done, or allowed\n"
+                               "  1  refused, not found, taken, or findings to look at\n"
+                               "  2  wrong usage or input\n"
+                               "  3  the database or the system failed\n"
+                               "\n"
+                               "Environment:\n"
+                               "  PERENNA_ACCESS_DATABASE  the database, unless --database or --config names it\n"
+                               "  NO_COLOR                 no colours, unless it is empty";
 
 void Describe(CLI::App& app) {
   app.name("perenna-access");
-  app.description("Administers the access database of a server: its users, groups and filters.");
-  app.footer("Exit status: 0 done or allowed; 1 refused, not found or findings; 2 wrong usage or input; 3 database or "
-             "system failure.\n"
-             "\"perenna-access COMMAND --help\" explains a command.");
-  app.set_version_flag("--version", "perenna-access " PERENNA_VERSION);
-  app.get_formatter()->column_width(HelpColumn);
+  app.description(Description);
+  app.set_help_flag("-h,--help", "Show this help");
+  app.set_version_flag("--version", "perenna-access " PERENNA_VERSION, "Show the version");
+  app.formatter(std::make_shared<Tool::HelpFormatter>());
   app.require_subcommand(1);
   app.fallthrough();
 }
@@ -35,13 +51,19 @@ Tool::ExitStatus Run(int argc, char** argv) {
   Tool::AddGroupCommands(app, context);
   Tool::AddFilterCommands(app, context);
   Tool::AddCheckCommands(app, context);
+  Tool::AddCompletionCommands(app, context);
+  Tool::AddHelpCommand(app, context);
+  Tool::AddManualCommand(app, context);
+  app.footer(Footer); // the subcommands have their own
+  Tool::TakeLiterally(app);
+  const std::vector<std::string> arguments(argv + 1, argv + argc);
   try {
-    app.parse(argc, argv);
+    app.parse(Tool::ArgumentsToParse(arguments));
   } catch (const CLI::Success& asked_for_help) {
     app.exit(asked_for_help);
     return Tool::ExitStatus::Done;
   } catch (const CLI::ParseError& error) {
-    std::cerr << Tool::Explain(app, error, std::vector<std::string>(argv + 1, argv + argc));
+    std::cerr << Tool::Explain(app, error, arguments);
     return Tool::ExitStatus::Usage;
   }
   Tool::TheLog().SetVerbose(context.IsVerbose());

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "CommandTree.h"
+#include "Help.h"
 #include "Text.h"
 
 namespace Tool {
@@ -10,8 +12,8 @@ namespace {
 
 constexpr std::size_t MaximumEdits = 2;
 
-/// The candidate nearest to `word`, empty when none is near.
-std::string Nearest(const std::string& word, const std::vector<std::string>& candidates) {
+/// "Did you mean ...?" for the candidate nearest to `word`; empty when none is near.
+std::string Guess(const std::string& word, const std::vector<std::string>& candidates) {
   std::string nearest;
   std::size_t least = MaximumEdits + 1;
   for (const std::string& candidate : candidates) {
@@ -21,74 +23,75 @@ std::string Nearest(const std::string& word, const std::vector<std::string>& can
       nearest = candidate;
     }
   }
-  return nearest;
+  return nearest.empty() ? nearest : "\nDid you mean \"" + nearest + "\"?";
 }
 
-std::vector<std::string> SubcommandNames(const CLI::App& app) {
-  std::vector<std::string> names;
-  for (const CLI::App* const command : app.get_subcommands({})) {
-    names.push_back(command->get_name());
-  }
-  return names;
-}
-
-std::vector<std::string> OptionNames(const CLI::App& app) {
-  std::vector<std::string> names;
-  for (const CLI::App* level = &app; level != nullptr; level = level->get_parent()) {
-    for (const CLI::Option* const option : level->get_options({})) {
-      for (const std::string& name : option->get_lnames()) {
-        names.push_back("--" + name);
-      }
+std::string UnknownOption(const CLI::App& command, const std::string& name) {
+  std::vector<std::string> candidates;
+  for (const CLI::App* level = &command; level != nullptr; level = level->get_parent()) {
+    for (const CLI::Option* const option : Options(*level)) {
+      const std::string candidate = OptionNames(*option).back();
+      candidates.push_back(candidate);
     }
   }
-  return names;
+  return "unknown option " + Shown(name) + (name.rfind("--", 0) == 0 ? Guess(name, candidates) : "");
 }
 
-bool TakesValue(const CLI::App& app, const std::string& argument) {
-  const CLI::Option* const option = app.get_option_no_throw(argument);
-  return option != nullptr && option->get_items_expected_max() > 0;
+bool EndsWith(const std::string& text, const std::string& end) {
+  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+/// The parser's own words, made ours where they are not clear.
+std::string Reworded(const CLI::ParseError& error, const Followed& followed) {
+  const std::string text = Shown(error.what(), Backslash::Kept);
+  const auto expected = Arguments(*followed.command).size();
+  if (error.get_name() == "ExtrasError" && followed.arguments.size() > expected) {
+    return "unexpected argument " + Quoted(followed.arguments[expected]);
+  }
+  if (followed.needs_value != nullptr) {
+    return OptionNames(*followed.needs_value).back() + " needs a value: " + ValueName(*followed.needs_value);
+  }
+  const std::string too_many = ": At Most";
+  if (const std::size_t name_end = text.find(too_many); name_end != std::string::npos) {
+    return text.substr(0, name_end) + " is given more than once";
+  }
+  const std::string required = " is required";
+  if (error.get_name() == "RequiredError" && EndsWith(text, required)) {
+    return text.substr(0, text.size() - required.size()) + " is missing; usage: " + Usage(*followed.command);
+  }
+  const std::string excludes = " excludes ";
+  if (const std::size_t between = text.find(excludes);
+      error.get_name() == "ExcludesError" && between != std::string::npos) {
+    return text.substr(0, between) + " and " + text.substr(between + excludes.size()) + " cannot be given together";
+  }
+  return text;
 }
 
 } // namespace
 
-std::string Explain(const CLI::App& app, const CLI::ParseError& error, const std::vector<std::string>& arguments) {
-  // Follow the words that name subcommands as far as they do.
-  const CLI::App* command = &app;
-  std::string path = "perenna-access";
-  std::string unknown;
-  for (std::size_t i = 0; i < arguments.size(); ++i) {
-    const std::string& argument = arguments[i];
-    if (argument.rfind('-', 0) == 0) {
-      i += argument.find('=') == std::string::npos && TakesValue(app, argument) ? 1 : 0;
-      continue;
-    }
-    const auto names = SubcommandNames(*command);
-    if (std::find(names.begin(), names.end(), argument) == names.end()) {
-      unknown = names.empty() ? std::string() : argument;
-      break;
-    }
-    command = command->get_subcommand(argument);
-    path += " " + argument;
+std::string NotACommand(const CLI::App& command, const std::string& word) {
+  std::vector<std::string> names;
+  for (const CLI::App* const subcommand : Subcommands(command)) {
+    names.push_back(subcommand->get_name());
   }
+  return Quoted(word) + " is not a command of \"" + CommandPath(command) + '"' + Guess(word, names);
+}
 
+std::string Explain(const CLI::App& app, const CLI::ParseError& error, const std::vector<std::string>& arguments) {
+  const Followed followed = Follow(app, arguments);
+  const CLI::App& command = *followed.command;
+  const bool wants_command = !Subcommands(command).empty();
   std::string text = "perenna-access: ";
-  std::string guess;
-  if (!unknown.empty()) {
-    text += Quoted(unknown) + " is not a command of \"" + path + '"';
-    guess = Nearest(unknown, SubcommandNames(*command));
+  if (!followed.unknown_options.empty()) {
+    text += UnknownOption(command, followed.unknown_options.front());
+  } else if (wants_command && !followed.arguments.empty()) {
+    text += NotACommand(command, followed.arguments.front());
+  } else if (wants_command && error.get_name() == "RequiredError") {
+    return text + "which command of \"" + CommandPath(command) + "\"?\n" + SubcommandList(command);
   } else {
-    text += Shown(error.what(), Backslash::Kept);
-    for (const std::string& argument : arguments) {
-      const std::string name = argument.substr(0, argument.find('='));
-      const auto names = OptionNames(*command);
-      if (name.rfind("--", 0) == 0 && std::find(names.begin(), names.end(), name) == names.end()) {
-        guess = Nearest(name, names);
-        break;
-      }
-    }
+    text += Reworded(error, followed);
   }
-  text += guess.empty() ? std::string("\n") : "\nDid you mean \"" + guess + "\"?\n";
-  return text + "\"" + path + " --help\" tells what it takes.\n";
+  return text + "\n\"" + CommandPath(command) + " --help\" tells what it takes.\n";
 }
 
 } // namespace Tool

@@ -11,4 +11,7 @@ namespace Tool {
 /// meant, and where the help is.
 std::string Explain(const CLI::App& app, const CLI::ParseError& error, const std::vector<std::string>& arguments);
 
+/// Says that `word` is not a subcommand of `command`, and which was probably meant.
+std::string NotACommand(const CLI::App& command, const std::string& word);
+
 } // namespace Tool

@@ -215,7 +215,7 @@ void AddUserCommands(CLI::App& app, Context& context) {
   const auto [add, add_options] =
       make("add", "Add a user; asks for the password at the terminal unless a credential is named",
            "perenna-access user add alice --group editors", AddUser);
-  add.add_option("USER", add_options->id, "The new user's id")->required();
+  add.add_option("USER", add_options->id, "The new user's id")->required()->type_name("NEW");
   add.add_option("--created-by", add_options->creator, "Who is recorded as the creator (default: the first user)")
       ->type_name("USER");
   add.add_option("--group", add_options->groups, "A group the user becomes a member of; may be repeated")
