@@ -15,8 +15,6 @@
 
 namespace {
 
-using LocalAccessManager::UserManager;
-
 class Demo {
 public:
   explicit Demo(const std::string& file) : m_Module(file), m_Database(file, Tool::Database::Access::Read) {}

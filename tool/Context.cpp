@@ -36,24 +36,22 @@ std::string DatabaseOfConfiguration(const std::string& file) {
 
 /// Accepts whole numbers from 0 up and says so otherwise.
 CLI::Validator WholeNumber() {
-  return CLI::Validator(
-      [](const std::string& text) {
-        const bool digits =
-            !text.empty() && text.size() <= 10 && text.find_first_not_of("0123456789") == std::string::npos;
-        return digits && std::stoll(text) <= Perenna::PagedResults::RS_MAXROWS
-                   ? std::string()
-                   : Quoted(text) + " is not a whole number from 0 to 2147483647";
-      },
-      "NUMBER");
+  return {[](const std::string& text) {
+            const bool digits =
+                !text.empty() && text.size() <= 10 && text.find_first_not_of("0123456789") == std::string::npos;
+            return digits && std::stoll(text) <= Perenna::PagedResults::RS_MAXROWS
+                       ? std::string()
+                       : Quoted(text) + " is not a whole number from 0 to 2147483647";
+          },
+          "NUMBER"};
 }
 
 } // namespace
 
 void Context::AddGlobalOptions(CLI::App& app) {
-  CLI::Option* const database =
-      app.add_option("-d,--database", m_Database,
-                     std::string("The access database, else the one in ") + DatabaseVariable)
-          ->type_name("FILE");
+  CLI::Option* const database = app.add_option("-d,--database", m_Database,
+                                               std::string("The access database, else the one in ") + DatabaseVariable)
+                                    ->type_name("FILE");
   app.add_option("-c,--config", m_Config, "The host's JSON configuration, which names the database")
       ->type_name("FILE")
       ->excludes(database);

@@ -15,7 +15,7 @@ namespace Tool {
 namespace {
 
 constexpr std::size_t ThumbprintTextBytes = 64;
-constexpr std::size_t MaximumCertificateBytes = 1024 * 1024;
+constexpr std::size_t MaximumCertificateBytes = 1048576;
 constexpr const char* FingerprintPrefix = "Fingerprint=";
 
 std::string Canonical(const Perenna::X509Thumbprint& thumbprint) {
