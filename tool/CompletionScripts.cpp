@@ -9,14 +9,14 @@ namespace {
 // Each script runs "complete" of the program that stands on the command line, and reads "files" or "words", then a word
 // a line with its description behind a tab. Words need no quoting: the program offers no others.
 
-// Bash breaks words at more than blanks; what stands before the last break of the word stays as it is. Where file names
-// are wanted, nothing is answered and readline completes them.
+// Bash breaks words at more than blanks; what stands before the part that it completes ($2) stays as it is. Where file
+// names are wanted, nothing is answered and readline completes them.
 constexpr const char* Bash =
     R"script(# bash completion for perenna-access                           -*- shell-script -*-
 _perenna_access() {
-  local line="${COMP_LINE:0:COMP_POINT}" kind word typed kept program="${COMP_WORDS[0]/#~\//$HOME/}"
-  typed="${line##*[[:space:]]}"
-  kept="${typed%"${typed##*[$COMP_WORDBREAKS]}"}"
+  local line="${COMP_LINE:0:COMP_POINT}" kind word kept program="${COMP_WORDS[0]/#~\//$HOME/}"
+  kept="${line##*[[:space:]]}"
+  kept="${kept%"$2"}"
   COMPREPLY=()
   {
     read -r kind
