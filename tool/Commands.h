@@ -12,6 +12,7 @@ void AddUserCommands(CLI::App& app, Context& context);
 void AddGroupCommands(CLI::App& app, Context& context);
 void AddFilterCommands(CLI::App& app, Context& context);
 void AddCheckCommands(CLI::App& app, Context& context);
+void AddTuneCommand(CLI::App& app, Context& context);
 void AddCompletionCommands(CLI::App& app, Context& context);
 void AddHelpCommand(CLI::App& app, Context& context);
 void AddManualCommand(CLI::App& app, Context& context);

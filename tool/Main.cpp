@@ -51,6 +51,7 @@ Tool::ExitStatus Run(int argc, char** argv) {
   Tool::AddGroupCommands(app, context);
   Tool::AddFilterCommands(app, context);
   Tool::AddCheckCommands(app, context);
+  Tool::AddTuneCommand(app, context);
   Tool::AddCompletionCommands(app, context);
   Tool::AddHelpCommand(app, context);
   Tool::AddManualCommand(app, context);

@@ -1,0 +1,265 @@
+#include "Tune.h"
+
+#include <algorithm>
+#include <array>
+
+#include "Failure.h"
+
+namespace Tool {
+
+namespace {
+
+// The statistics that go with an index describe a large directory of even shape, whatever the file holds: rows, and
+// rows that share the first column, and the first two. SQLite gathers the real ones once and plans by them for ever;
+// those of a small directory, or of one with a single large group, make it read whole tables when the directory grows.
+struct Index {
+  const char* name;
+  const char* table;
+  const char* definition;
+  const char* statistics;
+  const char* why;
+};
+
+constexpr std::array<Index, 4> Indexes = {{
+    {"perenna_tune_filters", "filters", "filters(group_id, method)", "1000000 100 25",
+     "a decision reads the filters of the user's own groups for the request's method, not all filters"},
+    {"perenna_tune_user_groups", "groupusers", "groupusers(user_id, group_id)", "1000000 5 1",
+     "the groups of a user are found without reading every membership, in a decision and in the listing of users"},
+    {"perenna_tune_group_users", "groupusers", "groupusers(group_id, user_id)", "1000000 100 1",
+     "the members of a group are found without reading every membership, in the listing and when a group changes"},
+    {"perenna_tune_certificates", "users", "users(auth_value) WHERE auth_method = 'tls_client_certificate'",
+     "1000000 1", "the user of a client certificate is found without reading every user; passwords are not indexed"},
+}};
+
+// What the module asks, and the index that must answer; null where rows come in the order of the table, which an index
+// would change.
+struct Plan {
+  const char* statement;
+  const char* index;
+};
+
+constexpr std::array<Plan, 12> Plans = {{
+    {"SELECT * FROM users", nullptr},
+    {"SELECT * FROM groups", nullptr},
+    {"SELECT * FROM filters", nullptr},
+    {"SELECT DISTINCT action FROM filters WHERE method = ? AND group_id IN ( SELECT DISTINCT group_id FROM groupusers "
+     "WHERE user_id = ? ) AND ? REGEXP filter",
+     "perenna_tune_filters"},
+    {"SELECT DISTINCT method, action FROM filters WHERE group_id IN ( SELECT DISTINCT group_id FROM groupusers WHERE "
+     "user_id = ? ) AND ? REGEXP filter",
+     "perenna_tune_filters"},
+    {"DELETE FROM filters WHERE method = ? AND group_id = ? AND filter = ? AND action = ?", "perenna_tune_filters"},
+    {"SELECT DISTINCT group_id FROM groupusers WHERE user_id = ? ORDER BY group_id", "perenna_tune_user_groups"},
+    {"DELETE FROM groupusers WHERE user_id = ?", "perenna_tune_user_groups"},
+    {"SELECT user_id FROM groupusers WHERE group_id = ? ORDER BY user_id", "perenna_tune_group_users"},
+    {"DELETE FROM groupusers WHERE group_id = ?", "perenna_tune_group_users"},
+    {"SELECT * FROM users WHERE auth_method = 'tls_client_certificate' AND auth_value = ?",
+     "perenna_tune_certificates"},
+    {"SELECT * FROM users WHERE user_id = ?", "sqlite_autoindex_users_1"},
+}};
+
+constexpr const char* WriteAheadLog = "wal";
+constexpr const char* RollbackJournal = "delete";
+
+constexpr const char* OwnIndexes =
+    "SELECT name FROM sqlite_master WHERE type = 'index' AND name GLOB 'perenna_tune_*' ORDER BY name";
+constexpr const char* StatisticsTables =
+    "SELECT name FROM sqlite_master WHERE type = 'table' AND name GLOB 'sqlite_stat[0-9]' ORDER BY name";
+
+std::string JournalMode(Database& database) {
+  return database.Texts("PRAGMA journal_mode").at(0);
+}
+
+std::string CreateStatement(const Index& index) {
+  return std::string("CREATE INDEX ") + index.name + " ON " + index.definition;
+}
+
+TuneStep DropIndex(const std::string& name, const char* why) {
+  std::string quoted = "\"";
+  for (const char byte : name) { // the name is the file's
+    quoted += byte == '"' ? "\"\"" : std::string(1, byte);
+  }
+  return {"index", name, "drop", {"DROP INDEX " + quoted + "\""}, why};
+}
+
+/// What the statistics table holds once the file is tuned, in its order.
+std::vector<std::string> StatisticsRows() {
+  std::vector<std::string> rows;
+  for (const Index& index : Indexes) {
+    rows.push_back(std::string("'") + index.table + "', '" + index.name + "', '" + index.statistics + "'");
+  }
+  std::sort(rows.begin(), rows.end());
+  return rows;
+}
+
+bool HasStatistics(Database& database) {
+  return database.Texts(StatisticsTables) == std::vector<std::string>{"sqlite_stat1"} &&
+         database.Texts("SELECT quote(tbl) || ', ' || quote(idx) || ', ' || quote(stat) AS line FROM sqlite_stat1 "
+                        "ORDER BY line") == StatisticsRows();
+}
+
+std::vector<std::string> DropStatistics(Database& database) {
+  std::vector<std::string> statements;
+  for (const std::string& table : database.Texts(StatisticsTables)) {
+    statements.push_back("DROP TABLE " + table);
+  }
+  return statements;
+}
+
+TuneStep WriteStatistics(Database& database) {
+  TuneStep step = {"statistics", "sqlite_stat1", "replace", DropStatistics(database),
+                   "SQLite plans for a large directory from the start: with the figures of a small or lopsided one it "
+                   "would go on reading whole tables as the directory grows"};
+  step.statements.emplace_back("ANALYZE sqlite_master"); // makes the table, analyses nothing
+  for (const std::string& row : StatisticsRows()) {
+    step.statements.push_back("INSERT INTO sqlite_stat1(tbl, idx, stat) VALUES(" + row + ")");
+  }
+  step.statements.emplace_back("ANALYZE sqlite_master"); // now reads it
+  return step;
+}
+
+TuneStep SetJournalMode(const std::string& mode, const std::string& why) {
+  return {"journal_mode", mode, "set", {"PRAGMA journal_mode = " + mode}, why};
+}
+
+/// Makes sure that SQLite would answer the module's statements as intended.
+void CheckPlans(Database& database) {
+  // Only planned, never run: the real one is the module's.
+  sqlite3_create_function(
+      database.Handle(), "regexp", 2, SQLITE_UTF8, nullptr,
+      [](sqlite3_context* context, int, sqlite3_value**) { sqlite3_result_int(context, 0); }, nullptr, nullptr);
+  for (const Plan& plan : Plans) {
+    std::string details;
+    Statement(database, std::string("EXPLAIN QUERY PLAN ") + plan.statement)
+        .ForEach({}, [&details](const Perenna::PListDict& row) { details += Field(row, "detail") + "; "; });
+    const std::string wanted = plan.index == nullptr ? "" : std::string(" INDEX ") + plan.index + " ";
+    const bool intended = plan.index == nullptr ? details.find(" INDEX ") == std::string::npos
+                                                : details.find(wanted) != std::string::npos;
+    if (!intended) {
+      throw Failure(ExitStatus::Failed, "SQLite " + std::string(sqlite3_libversion()) + " would run \"" +
+                                            plan.statement + "\" as \"" + Shown(details) +
+                                            "\", which is not what the indexes are for; nothing was changed");
+    }
+  }
+}
+
+void RunAll(Database& database, const std::vector<TuneStep>& steps, const std::string& what) {
+  for (const TuneStep& step : steps) {
+    if (step.what == what) {
+      for (const std::string& statement : step.statements) {
+        database.Run(statement);
+      }
+    }
+  }
+}
+
+bool HasStep(const std::vector<TuneStep>& steps, const std::string& what) {
+  return std::any_of(steps.begin(), steps.end(), [&what](const TuneStep& step) { return step.what == what; });
+}
+
+/// Takes the journal mode back when nobody could open the file in it: where there is no memory to share, for instance.
+void CheckWriteAheadLog(Database& database) {
+  try {
+    if (JournalMode(database) == WriteAheadLog) {
+      database.Number("SELECT count(*) FROM users");
+      return;
+    }
+  } catch (const Failure&) {
+    database.Run("PRAGMA locking_mode = EXCLUSIVE"); // does without the shared memory
+    database.Run("PRAGMA journal_mode = DELETE");
+  }
+  throw Failure(ExitStatus::Failed, "WAL does not work where the database " + Quoted(database.File()) +
+                                        " is, and its journal mode stays as it was; indexes and statistics are in "
+                                        "place");
+}
+
+} // namespace
+
+Json TuneStep::ToJson() const {
+  return {{"what", what}, {"name", JsonText(name)}, {"change", change}, {"sql", statements}, {"why", why}};
+}
+
+std::vector<TuneStep> StepsToTune(Database& database) {
+  std::vector<TuneStep> steps;
+  for (const std::string& name : database.Texts(OwnIndexes)) {
+    const auto known = std::find_if(Indexes.begin(), Indexes.end(), [&](const Index& index) {
+      return index.name == name && database.Texts("SELECT sql FROM sqlite_master WHERE name = ?", {name}) ==
+                                       std::vector<std::string>{CreateStatement(index)};
+    });
+    if (known == Indexes.end()) {
+      steps.push_back(DropIndex(name, "it was made by another version of tune"));
+    }
+  }
+  for (const Index& index : Indexes) {
+    if (database.Texts("SELECT sql FROM sqlite_master WHERE name = ?", {index.name}) !=
+        std::vector<std::string>{CreateStatement(index)}) {
+      steps.push_back({"index", index.name, "create", {CreateStatement(index)}, index.why});
+    }
+  }
+  if (!steps.empty() || !HasStatistics(database)) {
+    steps.push_back(WriteStatistics(database));
+  }
+  if (JournalMode(database) != WriteAheadLog) {
+    steps.push_back(SetJournalMode(WriteAheadLog,
+                                   "decisions and changes no longer wait for each other. While the file is open, two "
+                                   "files whose names end in -wal and -shm lie beside it: every program that opens it "
+                                   "needs write permission in its directory, which must be on a local disk"));
+  }
+  return steps;
+}
+
+std::vector<TuneStep> StepsToUndo(Database& database) {
+  std::vector<TuneStep> steps;
+  for (const std::string& name : database.Texts(OwnIndexes)) {
+    steps.push_back(DropIndex(name, "tune made it"));
+  }
+  if (steps.empty()) {
+    return steps; // tune makes its indexes first: without one, nothing else is its work
+  }
+  if (std::vector<std::string> statements = DropStatistics(database); !statements.empty()) {
+    steps.push_back({"statistics", "sqlite_stat1", "drop", std::move(statements), "tune made them"});
+  }
+  if (JournalMode(database) == WriteAheadLog) {
+    steps.push_back(SetJournalMode(RollbackJournal, "it is the mode of a new file"));
+  }
+  return steps;
+}
+
+void Tune(Database& database, const std::vector<TuneStep>& steps) {
+  const bool switches = HasStep(steps, "journal_mode");
+  if (switches) {
+    // From the end of the transaction on, the file stays locked for this connection: the switch cannot find it busy.
+    database.Run("PRAGMA locking_mode = EXCLUSIVE");
+  }
+  if (HasStep(steps, "index") || HasStep(steps, "statistics")) {
+    Transaction transaction(database);
+    RunAll(database, steps, "index");
+    RunAll(database, steps, "statistics");
+    CheckPlans(database);
+    transaction.Commit();
+  }
+  if (switches) {
+    database.Number("SELECT count(*) FROM version_info"); // takes the lock when there was no transaction
+    database.Run("PRAGMA locking_mode = NORMAL");         // gives it back after the switch
+    RunAll(database, steps, "journal_mode");
+    CheckWriteAheadLog(database);
+  }
+}
+
+void Undo(Database& database, const std::vector<TuneStep>& steps) {
+  if (HasStep(steps, "journal_mode")) {
+    database.Run("PRAGMA locking_mode = EXCLUSIVE");
+    try {
+      RunAll(database, steps, "journal_mode");
+    } catch (const Failure& failure) {
+      throw Failure(failure.Status(), failure.what() + std::string("; the journal mode can be set back only while no "
+                                                                   "other program, such as the server, has it open"));
+    }
+  }
+  Transaction transaction(database);
+  RunAll(database, steps, "index");
+  RunAll(database, steps, "statistics");
+  transaction.Commit();
+}
+
+} // namespace Tool
