@@ -1,19 +1,15 @@
 #include "Commands.h"
 
-#include <cerrno>
-#include <filesystem>
 #include <memory>
-#include <system_error>
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "Credential.h"
 #include "Database.h"
 #include "LocalAccessManager.h"
 #include "Log.h"
 #include "Membership.h"
+#include "NewFile.h"
 
 namespace Tool {
 
@@ -28,48 +24,6 @@ struct InitOptions {
   std::string administrators;
   bool no_administrators = false;
   CredentialOptions credential;
-};
-
-/// A file that is made under another name in the same directory, and gets its own name in one step at the end.
-class NewFile {
-public:
-  explicit NewFile(std::string name) : m_Name(std::move(name)), m_Work(m_Name + ".new-" + std::to_string(getpid())) {
-    if (std::filesystem::exists(std::filesystem::symlink_status(m_Name))) {
-      ThrowExists();
-    }
-    unlink(m_Work.c_str()); // a leftover of an earlier process of this number
-  }
-  ~NewFile() {
-    unlink(m_Work.c_str());
-    unlink((m_Work + "-journal").c_str());
-  }
-  NewFile(const NewFile&) = delete;
-  NewFile& operator=(const NewFile&) = delete;
-
-  const std::string& WorkName() const noexcept { return m_Work; }
-
-  /// Gives the file its name, unless a file of that name has appeared.
-  void Publish() const {
-    if (link(m_Work.c_str(), m_Name.c_str()) == 0) {
-      return;
-    }
-    if (errno == EEXIST) {
-      ThrowExists();
-    }
-    // A file system without hard links: the check and the step are one there too.
-    if (renameat2(AT_FDCWD, m_Work.c_str(), AT_FDCWD, m_Name.c_str(), RENAME_NOREPLACE) != 0) {
-      throw Failure(ExitStatus::Failed,
-                    "cannot create " + Quoted(m_Name) + ": " + std::generic_category().message(errno));
-    }
-  }
-
-private:
-  [[noreturn]] void ThrowExists() const {
-    throw Failure(ExitStatus::Refused, Quoted(m_Name) + " exists already; init never touches an existing file");
-  }
-
-  std::string m_Name;
-  std::string m_Work;
 };
 
 /// Lets the module create the file with its schema.
@@ -114,7 +68,7 @@ std::string AdministratorsGroup(const InitOptions& options) {
 ExitStatus Init(const Context& context, const InitOptions& options) {
   const std::string file = context.DatabaseFile();
   umask(S_IRWXG | S_IRWXO); // the file holds credentials
-  const NewFile created(file);
+  const NewFile created(file, NewFile::Existing::Keep, "init never touches an existing file");
   const Credential credential = options.credential.Read(options.user);
   const std::string group = AdministratorsGroup(options);
 
