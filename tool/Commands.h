@@ -13,6 +13,8 @@ void AddGroupCommands(CLI::App& app, Context& context);
 void AddFilterCommands(CLI::App& app, Context& context);
 void AddCheckCommands(CLI::App& app, Context& context);
 void AddTuneCommand(CLI::App& app, Context& context);
+void AddExportCommand(CLI::App& app, Context& context);
+void AddImportCommand(CLI::App& app, Context& context);
 void AddCompletionCommands(CLI::App& app, Context& context);
 void AddHelpCommand(CLI::App& app, Context& context);
 void AddManualCommand(CLI::App& app, Context& context);

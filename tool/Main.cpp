@@ -52,6 +52,8 @@ Tool::ExitStatus Run(int argc, char** argv) {
   Tool::AddFilterCommands(app, context);
   Tool::AddCheckCommands(app, context);
   Tool::AddTuneCommand(app, context);
+  Tool::AddExportCommand(app, context);
+  Tool::AddImportCommand(app, context);
   Tool::AddCompletionCommands(app, context);
   Tool::AddHelpCommand(app, context);
   Tool::AddManualCommand(app, context);
