@@ -1,7 +1,11 @@
+// Certificates: thumbprints, malformed and encrypted forms.
+
 #include "Helpers.h"
 #include "PN_x509.h"
 
 using Perenna::X509Certificate;
+
+namespace {
 
 /// A key and a self-signed certificate of it, made by the openssl program.
 struct Made {
@@ -13,19 +17,23 @@ struct Made {
   std::string thumbprint =
       Run("openssl x509 -in pem -noout -fingerprint -sha1 | sed s/.*=// | tr -d ':\\n' | tr A-F a-f");
 
-  std::string Run(const std::string& command) { return Testing::Output("cd '" + directory.Path() + "' && " + command); }
+  std::string Run(const std::string& command) const {
+    return Testing::Output("cd '" + directory.Path() + "' && " + command);
+  }
 };
 
-static std::string Thumbprint(const X509Certificate& certificate) {
+std::string Thumbprint(const X509Certificate& certificate) {
   char text[64] = "";
   certificate.Thumbprint().EncodeHex(text, sizeof(text));
   return certificate.Thumbprint().HasValue() ? text : "";
 }
 
-static bool DecodeDER(X509Certificate& certificate, const std::string& der) {
+bool DecodeDER(X509Certificate& certificate, const std::string& der) {
   const std::vector<Tarn::byte_t> exact(der.begin(), der.end()); // no terminator to run into
   return certificate.DecodeDER(exact.data(), static_cast<unsigned>(exact.size())) == Tarn::RESULT_OK;
 }
+
+} // namespace
 
 TEST(Certificates, ThumbprintIsTheOneThatToolsPrintAndMalformedOnesChangeNothing) {
   const Made made;

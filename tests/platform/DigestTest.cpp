@@ -1,3 +1,5 @@
+// SHA-256 against published vectors and other programs.
+
 #include <cstring>
 #include <fstream>
 

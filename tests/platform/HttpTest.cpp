@@ -1,3 +1,5 @@
+// Method names and the order of header names.
+
 #include "Helpers.h"
 #include "PN_HTTP.h"
 

@@ -1,3 +1,5 @@
+// Result codes, and the way of a line through the log sinks.
+
 #include "Helpers.h"
 #include "PN_error.h"
 #include "TN_util.h"

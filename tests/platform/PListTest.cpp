@@ -1,3 +1,5 @@
+// Property lists: ownership, copies, typed reads, JSON.
+
 #include <climits>
 #include <cstring>
 

@@ -1,9 +1,13 @@
+// Pages of a statement's rows, and failures in the middle of one.
+
 #include "Helpers.h"
 #include "PN_PagedResults.h"
 #include "PN_Sqlite3.h"
 
 using namespace Perenna;
 using PagedResults::RS_MAXROWS;
+
+namespace {
 
 struct Case {
   int rows, skip, limit, default_limit;
@@ -12,7 +16,7 @@ struct Case {
 };
 
 /// Pages through the numbers 1 to `page.rows`; each row's step ends with the status given for it.
-static void ExpectPage(const Case& page, const std::vector<int>& statuses) {
+void ExpectPage(const Case& page, const std::vector<int>& statuses) {
   Testing::BareDatabase database(":memory:");
   Testing::ScriptedAnswer script(database.Handle(), statuses);
   Sqlite3::SimpleQuery query(database.Handle(), "WITH RECURSIVE t(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM t WHERE "
@@ -37,6 +41,8 @@ static void ExpectPage(const Case& page, const std::vector<int>& statuses) {
   }
   EXPECT_EQ(response.size(), 4U);
 }
+
+} // namespace
 
 TEST(Paging, SelectsRowsAndCountsAll) {
   for (const Case& page : {Case{7, 2, 3, 100, 3, 7, "345"},

@@ -1,3 +1,5 @@
+// Regular expressions: matching, malformed and hostile patterns.
+
 #include "Helpers.h"
 #include "PN_Regex.h"
 

@@ -1,3 +1,5 @@
+// The statement wrapper: results, rows, bindings, log lines, locked databases.
+
 #include "Helpers.h"
 #include "PN_Sqlite3.h"
 
@@ -7,8 +9,10 @@ using Testing::Dict;
 using Testing::Lines;
 using Texts = std::vector<std::string>;
 
+namespace {
+
 /// The rest of the first column.
-static Texts Column(SimpleQuery& query) {
+Texts Column(SimpleQuery& query) {
   Texts values;
   for (std::string value; query.GetNextResult(value);) {
     values.push_back(value);
@@ -17,7 +21,7 @@ static Texts Column(SimpleQuery& query) {
 }
 
 /// The lines of `count` refused attempts, with the time-out after the ninth, and of what follows at Error.
-static Lines Expected(const std::string& what, std::size_t count, const Texts& errors = {}) {
+Lines Expected(const std::string& what, std::size_t count, const Texts& errors = {}) {
   Lines lines(count, {Tarn::LOG_DEBUG, "Locked database, retrying \"" + what + "\".\n"});
   lines.resize(count < Sqlite3::LockAttempts ? count : count + 1, {Tarn::LOG_DEBUG, "Locked database, timed out.\n"});
   for (const std::string& error : errors) {
@@ -42,6 +46,8 @@ protected:
   sqlite3* m_db = m_Database.Handle();
   Testing::CaptureLog m_Log;
 };
+
+} // namespace
 
 TEST_F(Statements, WithoutRowsEndInFalseAndTouchNothing) {
   for (const char* sql : {"INSERT INTO t VALUES ('d')", "DELETE FROM t", "SELECT x FROM t WHERE 0"}) {
@@ -75,7 +81,7 @@ TEST_F(Statements, RowsBecomeDictionariesAndTexts) {
       {"x''", IT_DATA, "", ""},
       {"NULL", IT_NULL, "", "unchanged"}};
   for (const auto& [sql, kind, in_row, as_text] : columns) {
-    SimpleQuery query(m_db, "SELECT " + sql + " AS c, 1 AS d UNION ALL SELECT " + sql + ", 2");
+    SimpleQuery query(m_db, "WITH v(c) AS (SELECT " + sql + ") SELECT c, 1 AS d FROM v UNION ALL SELECT c, 2 FROM v");
     ASSERT_EQ(query.Exec(), Tarn::RESULT_OK) << sql;
     PListDict row = Dict({{"c", "replaced"}, {"kept", "k"}});
     std::string value = "unchanged";

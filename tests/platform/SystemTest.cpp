@@ -1,3 +1,5 @@
+// Time stamps, files, byte buffers, random values.
+
 #include <ctime>
 #include <set>
 #include <thread>

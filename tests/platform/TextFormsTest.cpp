@@ -1,3 +1,5 @@
+// Hexadecimal, base64 and UUID texts, and the identifiers that use them.
+
 #include "Helpers.h"
 #include "PN_x509Thumbprint.h"
 #include "TN_util.h"
