@@ -107,17 +107,20 @@ Case PageCase(const char* name, unsigned filters_per_unit, const Listing& listin
 
 /// A key is issued and, with `resolve`, used at once, among those that are there already.
 Case KeyCase(const char* name, bool resolve) {
-  return {name, OtherLimit, 1,
+  return {name,
+          OtherLimit,
+          1,
           [resolve](Module& module, const Shape&, const Question&) {
             Tarn::UUID key;
             module.keys.CreateSelfAccessKey(key);
             return Count(!resolve || module.keys.ResolveSelfAccessKey(key));
           },
           [resolve](Floor& floor, const Shape&, const Question&) {
-            Floor::Key key{};
+            Tarn::UUID key;
             floor.CreateKey(key);
             return Count(!resolve || floor.ResolveKey(key));
-          }};
+          },
+          resolve ? 0U : 1U};
 }
 
 } // namespace

@@ -48,6 +48,7 @@ struct Case {
   unsigned filters_per_unit; ///< filters of the directory for each unit of the benchmark's size
   std::function<std::size_t(Module&, const Shape&, const Question&)> module;
   std::function<std::size_t(Floor&, const Shape&, const Question&)> floor;
+  unsigned keys_left = 0; ///< keys that a call leaves in its side's store
 
   Shape ShapeAt(unsigned size) const { return {size * filters_per_unit}; }
 };

@@ -1,5 +1,7 @@
 #include "Floor.h"
 
+#include <array>
+#include <cstdint>
 #include <cstring>
 #include <initializer_list>
 #include <stdexcept>
@@ -12,7 +14,7 @@ namespace Bench {
 
 namespace {
 
-constexpr std::time_t KeyLifetimeSeconds = 10;
+constexpr std::uint64_t KeyLifetimeSeconds = 10;
 constexpr int ThumbprintBytes = 20;
 
 class Statement {
@@ -186,19 +188,21 @@ void Floor::FlushKeys() {
   m_Keys.clear();
 }
 
-void Floor::CreateKey(Key& key) {
-  RAND_bytes(key.data(), static_cast<int>(key.size()));
+void Floor::CreateKey(Tarn::UUID& key) {
+  std::array<unsigned char, Tarn::UUID_Length> bytes{};
+  RAND_bytes(bytes.data(), static_cast<int>(bytes.size()));
+  key.Set(bytes.data());
   const std::lock_guard<std::mutex> hold(m_KeyLock);
   m_Keys.emplace_back(key, std::time(nullptr));
 }
 
-bool Floor::ResolveKey(const Key& key) {
+bool Floor::ResolveKey(const Tarn::UUID& key) {
   const std::time_t now = std::time(nullptr);
   const std::lock_guard<std::mutex> hold(m_KeyLock);
   bool found = false;
-  m_Keys.remove_if([&](const std::pair<Key, std::time_t>& entry) {
-    const bool expired = now < entry.second || now - entry.second > KeyLifetimeSeconds;
-    const bool same = !expired && entry.first == key;
+  m_Keys.remove_if([&](const std::pair<Tarn::UUID, std::time_t>& entry) {
+    const bool expired = static_cast<std::uint64_t>(now - entry.second) > KeyLifetimeSeconds; // or from the future
+    const bool same = !expired && std::memcmp(entry.first.Value(), key.Value(), Tarn::UUID_Length) == 0;
     found = found || same;
     return expired || same;
   });
@@ -206,7 +210,7 @@ bool Floor::ResolveKey(const Key& key) {
 }
 
 std::string Floor::PasswordExpression(const std::string& password) {
-  Key salt{};
+  std::array<unsigned char, 16> salt{};
   RAND_bytes(salt.data(), static_cast<int>(salt.size()));
   const std::string text = Hex(salt);
   return text + ":" + Digest(text.data(), text.size(), password);

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <ctime>
 #include <list>
 #include <map>
@@ -11,6 +10,8 @@
 #include <vector>
 
 #include <sqlite3.h>
+
+#include "TN_util.h"
 
 namespace Bench {
 
@@ -26,7 +27,6 @@ namespace Bench {
 /// user's row it reads what it needs; keys are thrown out of their list where they stand.
 class Floor {
 public:
-  using Key = std::array<unsigned char, 16>;
   struct Page {
     std::vector<std::map<std::string, std::string>> rows;
     std::vector<std::vector<std::string>> memberships; // one for each row, when asked for
@@ -47,8 +47,8 @@ public:
   Page List(const char* listing, const char* membership, const char* key, std::size_t skip, std::size_t limit);
 
   void FlushKeys();
-  void CreateKey(Key& key);
-  bool ResolveKey(const Key& key);
+  void CreateKey(Tarn::UUID& key);
+  bool ResolveKey(const Tarn::UUID& key);
 
   /// As the module stores a password, under another constant.
   static std::string PasswordExpression(const std::string& password);
@@ -59,7 +59,7 @@ private:
   std::mutex m_Lock;
   sqlite3* m_Db = nullptr;
   std::mutex m_KeyLock;
-  std::list<std::pair<Key, std::time_t>> m_Keys;
+  std::list<std::pair<Tarn::UUID, std::time_t>> m_Keys;
 };
 
 } // namespace Bench

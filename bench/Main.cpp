@@ -61,33 +61,33 @@ private:
 struct Pair {
   Pair(const Case& measured, const std::string& file, unsigned units)
       : module(file, measured.ShapeAt(units), measured.module), floor(file, measured.ShapeAt(units), measured.floor),
-        size(units) {}
+        size(units), keys_left(measured.keys_left) {}
 
   Asked<Module> module;
   Asked<Floor> floor;
   unsigned size;
+  unsigned keys_left;
   std::time_t stocked = 0;
-  unsigned calls = 0; // since then, on either side
+  unsigned added = 0; // keys that either store has more since then
 
   /// Gives both key stores `size` keys anew before these expire or become twice as many. Runs untimed.
   void Prepare(unsigned next_calls) {
     constexpr std::time_t MaximumAgeSeconds = 4; // well within the ten seconds that a key lives
-    calls += next_calls;
-    if (std::time(nullptr) - stocked < MaximumAgeSeconds && calls < size) {
+    added += next_calls * keys_left;
+    if (std::time(nullptr) - stocked < MaximumAgeSeconds && added <= size) {
       return;
     }
     (*module).keys.Flush();
     (*floor).FlushKeys();
-    Tarn::UUID module_key;
-    Floor::Key floor_key{};
+    Tarn::UUID key;
     for (unsigned i = 0; i < size; ++i) {
-      (*module).keys.CreateSelfAccessKey(module_key);
+      (*module).keys.CreateSelfAccessKey(key);
     }
     for (unsigned i = 0; i < size; ++i) {
-      (*floor).CreateKey(floor_key);
+      (*floor).CreateKey(key);
     }
     stocked = std::time(nullptr);
-    calls = 0;
+    added = 0;
   }
 };
 
