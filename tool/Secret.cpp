@@ -1,11 +1,13 @@
 #include "Secret.h"
 
+#include <array>
 #include <cerrno>
-#include <cstring>
+#include <csignal>
 #include <system_error>
 #include <utility>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <termios.h>
@@ -42,6 +44,49 @@ private:
   int m_Number;
 };
 
+volatile std::sig_atomic_t s_ended = 0; // by a signal that came while the terminal was silent
+
+/// Holds back the signals that end a process, except while the terminal is waited for: its settings come first.
+class HeldSignals {
+public:
+  HeldSignals() noexcept {
+    s_ended = 0;
+    sigset_t held;
+    sigemptyset(&held);
+    for (const int signal : Ending) {
+      sigaddset(&held, signal);
+    }
+    sigprocmask(SIG_BLOCK, &held, &m_Before);
+    struct sigaction action = {};
+    action.sa_handler = [](int) { s_ended = 1; };
+    for (std::size_t i = 0; i < Ending.size(); ++i) {
+      sigaction(Ending.at(i), &action, &m_Actions.at(i));
+    }
+  }
+  ~HeldSignals() {
+    for (std::size_t i = 0; i < Ending.size(); ++i) {
+      sigaction(Ending.at(i), &m_Actions.at(i), nullptr);
+    }
+    sigprocmask(SIG_SETMASK, &m_Before, nullptr);
+  }
+  HeldSignals(const HeldSignals&) = delete;
+  HeldSignals& operator=(const HeldSignals&) = delete;
+
+  /// Waits until the descriptor can be read; false when a signal came.
+  bool WaitFor(int descriptor) const noexcept {
+    pollfd input = {descriptor, POLLIN, 0};
+    while (s_ended == 0 && ppoll(&input, 1, nullptr, &m_Before) < 0 && errno == EINTR) {
+    }
+    return s_ended == 0;
+  }
+
+private:
+  static constexpr std::array<int, 4> Ending = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
+
+  sigset_t m_Before{};
+  std::array<struct sigaction, Ending.size()> m_Actions{};
+};
+
 /// The controlling terminal, whatever standard input is.
 class Terminal {
 public:
@@ -75,7 +120,8 @@ private:
   Descriptor m_Descriptor;
 };
 
-/// Switches echo, line editing and signals off: Ctrl-C arrives as a byte, so that echo is back before the process ends.
+/// Switches echo, line editing and the terminal's signals off: Ctrl-C arrives as a byte. However the process is asked
+/// to end, echo is back before it does.
 class WithoutEcho {
 public:
   explicit WithoutEcho(const Terminal& terminal) : m_Terminal(terminal) {
@@ -93,7 +139,15 @@ public:
   WithoutEcho(const WithoutEcho&) = delete;
   WithoutEcho& operator=(const WithoutEcho&) = delete;
 
+  char Read() const {
+    if (!m_Signals.WaitFor(m_Terminal.Number())) {
+      throw Failure(ExitStatus::Usage, "cancelled");
+    }
+    return m_Terminal.Read();
+  }
+
 private:
+  const HeldSignals m_Signals;
   const Terminal& m_Terminal;
   termios m_Before{};
 };
@@ -103,7 +157,7 @@ Secret ReadSilently(const Terminal& terminal, const std::string& prompt) {
   terminal.Print(prompt);
   Secret secret;
   for (;;) {
-    const char byte = terminal.Read();
+    const char byte = silence.Read();
     switch (byte) {
     case '\r':
     case '\n':
@@ -121,6 +175,10 @@ Secret ReadSilently(const Terminal& terminal, const std::string& prompt) {
       secret.RemoveLast();
       break;
     default:
+      if (byte >= 0 && byte < ' ') { // an arrow key sends some, and nobody could type them again elsewhere
+        terminal.Print("\n");
+        throw Failure(ExitStatus::Usage, "a key was pressed that is no character of a password");
+      }
       if (!secret.Append(byte)) {
         throw Failure(ExitStatus::Usage,
                       "the password is longer than " + std::to_string(Secret::MaximumBytes) + " bytes");
@@ -239,12 +297,18 @@ Secret ReadPasswordFile(const std::string& path) {
     if (ended) {
       throw Failure(ExitStatus::Usage, name + " holds more than one line; a password is one line");
     }
+    if (byte == '\0') {
+      throw Failure(ExitStatus::Usage, "the password in " + name + " holds a NUL byte");
+    }
     if (byte == '\n') {
       ended = true;
     } else if (!secret.Append(byte)) {
       throw Failure(ExitStatus::Usage,
                     "the password in " + name + " is longer than " + std::to_string(Secret::MaximumBytes) + " bytes");
     }
+  }
+  if (ended && !secret.Text().empty() && secret.Text().back() == '\r') { // a line end of another system
+    secret.RemoveLast();
   }
   if (secret.Text().empty()) {
     throw Failure(ExitStatus::Usage, "the password in " + name + " is empty");
