@@ -168,7 +168,7 @@ ExitStatus Methods(const Context& context, const CheckOptions& options) {
 } // namespace
 
 void AddCheckCommands(CLI::App& app, Context& context) {
-  CLI::App& check = AddCommand(app, "check", "May a user perform a method on a URL? Exit status 0: yes, 1: no",
+  CLI::App& check = AddCommand(app, "check", "May a user perform a method on a URL?\nExit status 0: yes, 1: no.",
                                "perenna-access check alice GET /articles/7 --explain\n"
                                "  printf 'GET /articles/7 alice\\n' | perenna-access check --stdin");
   auto options = std::make_shared<CheckOptions>();
@@ -182,7 +182,7 @@ void AddCheckCommands(CLI::App& app, Context& context) {
                  "refused or invalid. Exit status 0: all allowed, 1: some refused, 2: some invalid");
   context.OnRun(check, [&context, options] { return Check(context, *options); });
 
-  CLI::App& methods = AddCommand(app, "methods", "Which methods may a user use on a URL? Exit status 1: none",
+  CLI::App& methods = AddCommand(app, "methods", "Which methods may a user use on a URL?\nExit status 1: none.",
                                  "perenna-access methods alice /articles/7");
   auto methods_options = std::make_shared<CheckOptions>();
   methods.add_option("USER", methods_options->user, "The user's id")->required();

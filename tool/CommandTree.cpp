@@ -54,6 +54,16 @@ std::vector<const CLI::Option*> GlobalOptions(const CLI::App& subcommand) {
   });
 }
 
+std::string Summary(const CLI::App& command) {
+  const std::string description = command.get_description();
+  return description.substr(0, description.find('\n'));
+}
+
+std::string Details(const CLI::App& command) {
+  const std::string description = command.get_description();
+  return description.substr(std::min(Summary(command).size() + 1, description.size()));
+}
+
 std::string CommandPath(const CLI::App& command) {
   return command.get_parent() == nullptr ? command.get_name()
                                          : CommandPath(*command.get_parent()) + " " + command.get_name();
@@ -169,7 +179,7 @@ Followed Follow(const CLI::App& root, const std::vector<std::string>& words,
       continue;
     }
     followed.given.push_back(option);
-    if (TakesValue(*option) && name_bytes == word.size()) {
+    if (TakesValue(*option) && name_bytes + (is_long ? 1 : 0) >= word.size()) { // "--option=" too
       followed.needs_value = option;
     } else if (TakesValue(*option)) {
       give(*option, word.substr(name_bytes + (is_long ? 1 : 0)));

@@ -23,6 +23,10 @@ std::vector<const CLI::Option*> Arguments(const CLI::App& command);
 /// The options of the whole program that a subcommand takes as well as its own.
 std::vector<const CLI::Option*> GlobalOptions(const CLI::App& subcommand);
 
+/// The first line of a command's description, which stands for it in lists; the rest is sentences.
+std::string Summary(const CLI::App& command);
+std::string Details(const CLI::App& command);
+
 /// "perenna-access user add".
 std::string CommandPath(const CLI::App& command);
 

@@ -35,7 +35,7 @@ public:
 
   void AddSubcommands(const CLI::App& command) {
     for (const CLI::App* const subcommand : Subcommands(command)) {
-      Add(subcommand->get_name(), subcommand->get_description());
+      Add(subcommand->get_name(), Summary(*subcommand));
     }
   }
 
@@ -141,7 +141,7 @@ ExitStatus PrintCompletions(CLI::App& app, const Context& context, const Complet
   Follow(app, {words.begin(), words.end() - 1}, [&app](const CLI::Option& option, const std::string& value) {
     for (const char* const name : {DatabaseOption, ConfigurationOption}) {
       CLI::Option* const global = app.get_option(name);
-      if (global == &option) {
+      if (global == &option && !value.empty()) {
         global->clear();
         global->add_result(WithHome(value));
         global->run_callback();
@@ -225,7 +225,7 @@ std::vector<std::string> SplitCommandLine(const std::string& line) {
 
 void AddCompletionCommands(CLI::App& app, Context& context) {
   CLI::App& completion =
-      AddCommand(app, "completion", "Print the script that lets a shell complete command lines of this program",
+      AddCommand(app, "completion", "Print the script that completes command lines in a shell",
                  "source <(perenna-access completion bash)\n  perenna-access completion fish | source");
   auto shell = std::make_shared<std::string>();
   completion.add_option("SHELL", *shell, "bash, zsh or fish")->required()->check(CLI::IsMember(CompletionShells()));

@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "LocalAccessManager.h"
+#include "Validators.h"
 
 namespace Tool {
 
@@ -34,26 +35,16 @@ std::string DatabaseOfConfiguration(const std::string& file) {
   return name;
 }
 
-/// Accepts whole numbers from 0 up and says so otherwise.
-CLI::Validator WholeNumber() {
-  return {[](const std::string& text) {
-            const bool digits =
-                !text.empty() && text.size() <= 10 && text.find_first_not_of("0123456789") == std::string::npos;
-            return digits && std::stoll(text) <= Perenna::PagedResults::RS_MAXROWS
-                       ? std::string()
-                       : Quoted(text) + " is not a whole number from 0 to 2147483647";
-          },
-          "NUMBER"};
-}
-
 } // namespace
 
 void Context::AddGlobalOptions(CLI::App& app) {
   CLI::Option* const database = app.add_option("-d,--database", m_Database,
                                                std::string("The access database, else the one in ") + DatabaseVariable)
-                                    ->type_name("FILE");
+                                    ->type_name("FILE")
+                                    ->check(NotEmpty());
   app.add_option("-c,--config", m_Config, "The host's JSON configuration, which names the database")
       ->type_name("FILE")
+      ->check(NotEmpty())
       ->excludes(database);
   app.add_flag("--json", m_Json, "Print JSON for programs instead of text for people");
   app.add_flag("--verbose", m_Verbose, "Print the library's log lines to standard error");

@@ -41,7 +41,7 @@ private:
 /// Writes `json` to standard output, indented, ASCII only, with a line end.
 void PrintJson(const Json& json);
 
-/// Adds a subcommand with its description and an example, which may be several lines.
+/// Adds a subcommand with its description, a line and more sentences in a second, and an example of one or more lines.
 CLI::App& AddCommand(CLI::App& parent, const std::string& name, const std::string& description,
                      const std::string& example);
 

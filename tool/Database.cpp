@@ -15,6 +15,7 @@ namespace {
 
 // Each of the statement wrapper's nine attempts waits this long in SQLite before its own pause: five seconds together.
 constexpr int BusyMilliseconds = 450;
+constexpr int ProbeBusyMilliseconds = 5000; // the probes do without the wrapper
 
 // What makes a file an access database: statements that name every column the module uses.
 constexpr std::array<const char*, 4> TableProbes = {
@@ -42,7 +43,7 @@ Database::Database(const std::string& file, Access access) : m_File(file) {
   if (opened != SQLITE_OK) {
     throw Failure(ExitStatus::Failed, "cannot open the database " + Quoted(file) + ": " + sqlite3_errmsg(handle));
   }
-  sqlite3_busy_timeout(handle, BusyMilliseconds);
+  sqlite3_busy_timeout(handle, ProbeBusyMilliseconds);
   for (const char* const probe : TableProbes) {
     TheLog().Clear();
     const int rc = sqlite3_exec(handle, probe, nullptr, nullptr, nullptr);
@@ -54,6 +55,7 @@ Database::Database(const std::string& file, Access access) : m_File(file) {
       Fail();
     }
   }
+  sqlite3_busy_timeout(handle, BusyMilliseconds);
 }
 
 int Database::Run(const std::string& sql, const std::vector<std::string>& arguments) {

@@ -82,7 +82,7 @@ void CheckFilter(Module& module, const FilterOptions& options) {
     }
   }
   Compile(options.pattern);
-  if (!module.Manager().GroupExists(options.group)) {
+  if (!module.GroupExists(options.group)) {
     throw Failure(ExitStatus::Refused, "there is no group " + Quoted(options.group));
   }
 }
@@ -219,7 +219,7 @@ void AddFilterCommands(CLI::App& app, Context& context) {
   AddPageOptions(list, list_options->page);
 
   const auto [test, test_options] =
-      make("test", "Try a pattern on URLs without a database; exit status 1 unless all match",
+      make("test", "Try a pattern on URLs, without a database\nExit status 1 unless all match.",
            "perenna-access filter test '^/articles(/|$)' /articles/7 /about", TestPattern);
   test.add_option("PATTERN", test_options->pattern, "A POSIX extended regular expression")->required();
   test.add_option("URL", test_options->urls, "The URLs to try it on")->required();

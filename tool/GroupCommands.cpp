@@ -8,6 +8,7 @@
 #include "Membership.h"
 #include "Module.h"
 #include "Table.h"
+#include "Validators.h"
 
 namespace Tool {
 
@@ -36,11 +37,6 @@ ExitStatus AddGroup(const Context& context, const GroupOptions& options) {
   Perenna::PListDict request;
   request.SetValue(Keys::group_id, options.id);
   request.SetValue(Keys::group_name, options.name.empty() ? options.id : options.name);
-  if (options.id.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-") !=
-      std::string::npos) {
-    throw Failure(ExitStatus::Usage,
-                  "the group id " + Quoted(options.id) + " may hold only letters, digits, \"_\" and \"-\"");
-  }
   const auto created =
       module.Apply([&request](LocalAccessManager::UserManager& manager) { return manager.CreateGroup(request); });
   if (created == Tarn::RESULT_FILEEXISTS) {
@@ -144,8 +140,9 @@ ExitStatus SetMembers(const Context& context, const GroupOptions& options) {
   Transaction transaction(database);
   ReplaceGroupUsers(database, options.id, options.users);
   transaction.Commit();
-  context.Report("Group " + Quoted(options.id) + " now has the members: " + Joined(options.users) + ".",
-                 {{"group_id", JsonText(options.id)}, {"users", JsonTexts(options.users)}});
+  const std::vector<std::string> users = Distinct(options.users);
+  context.Report("Group " + Quoted(options.id) + " now has the members: " + Joined(users) + ".",
+                 {{"group_id", JsonText(options.id)}, {"users", JsonTexts(users)}});
   return ExitStatus::Done;
 }
 
@@ -165,11 +162,14 @@ void AddGroupCommands(CLI::App& app, Context& context) {
       make("add", "Add a group", "perenna-access group add editors \"People who edit\"", AddGroup);
   add.add_option("GROUP", add_options->id, "The new group's id: letters, digits, \"_\" and \"-\"")
       ->required()
-      ->type_name("NEW");
+      ->type_name("NEW")
+      ->check(GroupId());
   add.add_option("NAME", add_options->name, "Its name for people (default: the id)");
 
-  const auto [remove, remove_options] = make("delete", "Delete groups with their memberships; their filters stay",
-                                             "perenna-access group delete editors", DeleteGroups);
+  const auto [remove, remove_options] =
+      make("delete",
+           "Delete groups with their memberships\nTheir filters stay, and apply again to a later group of the same id.",
+           "perenna-access group delete editors", DeleteGroups);
   remove.add_option("GROUP", remove_options->ids, "The ids of the groups")->required();
 
   const auto [list, list_options] =
@@ -181,7 +181,7 @@ void AddGroupCommands(CLI::App& app, Context& context) {
   show.add_option("GROUP", show_options->id, "The group's id")->required();
 
   const auto [members, members_options] =
-      make("set-members", "Replace the members of a group, by none if none is named",
+      make("set-members", "Replace the members of a group\nWith no USER, it has none after that.",
            "perenna-access group set-members editors alice bob", SetMembers);
   members.add_option("GROUP", members_options->id, "The group's id")->required();
   members.add_option("USER", members_options->users, "The ids of the users");

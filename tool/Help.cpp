@@ -78,7 +78,7 @@ std::string HowToAsk(const CLI::App& command) {
 std::string SubcommandList(const CLI::App& command) {
   std::string list;
   for (const CLI::App* const subcommand : Subcommands(command)) {
-    list += Entry(subcommand->get_name(), subcommand->get_description());
+    list += Entry(subcommand->get_name(), Summary(*subcommand));
   }
   return list;
 }

@@ -1,8 +1,12 @@
 #include "Commands.h"
 
+#include <cerrno>
+#include <filesystem>
 #include <memory>
+#include <system_error>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "Credential.h"
 #include "Database.h"
@@ -10,6 +14,7 @@
 #include "Log.h"
 #include "Membership.h"
 #include "NewFile.h"
+#include "Validators.h"
 
 namespace Tool {
 
@@ -25,6 +30,14 @@ struct InitOptions {
   bool no_administrators = false;
   CredentialOptions credential;
 };
+
+void RequireDirectoryOf(const std::string& file) {
+  const std::string directory = std::filesystem::absolute(file).parent_path().string();
+  if (access(directory.c_str(), W_OK | X_OK) != 0) {
+    throw Failure(ExitStatus::Failed, "cannot create " + Quoted(file) + " in the directory " + Quoted(directory) +
+                                          ": " + std::generic_category().message(errno));
+  }
+}
 
 /// Lets the module create the file with its schema.
 void CreateSchema(const std::string& file) {
@@ -69,6 +82,7 @@ ExitStatus Init(const Context& context, const InitOptions& options) {
   const std::string file = context.DatabaseFile();
   umask(S_IRWXG | S_IRWXO); // the file holds credentials
   const NewFile created(file, NewFile::Existing::Keep, "init never touches an existing file");
+  RequireDirectoryOf(file); // before a password is asked for
   const Credential credential = options.credential.Read(options.user);
   const std::string group = AdministratorsGroup(options);
 
@@ -95,17 +109,21 @@ ExitStatus Init(const Context& context, const InitOptions& options) {
 
 void AddInitCommand(CLI::App& app, Context& context) {
   CLI::App& init = AddCommand(app, "init",
-                              "Create a database with its first user; asks for the password at the terminal unless a "
-                              "credential is named",
+                              "Create a database with its first user\nAsks for the password at the terminal unless a "
+                              "credential is named.",
                               "perenna-access --database access.db init --user admin");
   auto options = std::make_shared<InitOptions>();
-  init.add_option("--user", options->user, "The first user's id")->type_name("USER")->capture_default_str();
+  init.add_option("--user", options->user, "The first user's id")
+      ->type_name("USER")
+      ->capture_default_str()
+      ->check(NotEmpty());
   CLI::Option* const without =
       init.add_flag("--no-administrators", options->no_administrators, "Create no administrators group");
   init.add_option("--administrators", options->administrators,
                   "Create an administrators group of this id with Allow filters for the paths of the administration, "
                   "and the first user in it; asked for at the terminal when neither is given")
       ->type_name("GROUP")
+      ->check(GroupId())
       ->excludes(without);
   options->credential.AddPasswordTo(init);
   options->credential.AddCertificateTo(init);

@@ -1,8 +1,10 @@
-#include <cerrno>
 #include <iostream>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include <poll.h>
+#include <unistd.h>
 
 #include "Arguments.h"
 #include "Commands.h"
@@ -73,15 +75,27 @@ Tool::ExitStatus Run(int argc, char** argv) {
   return context.Run();
 }
 
-/// Writes what is left of the output. A reader that has gone away is none of our business; a full disk is.
-Tool::ExitStatus FlushOutput(Tool::ExitStatus status) {
-  errno = 0;
-  std::cout.flush();
-  if (!std::cout && errno != EPIPE) {
-    std::cerr << "perenna-access: the output could not be written\n";
+/// Whether standard output leads to a pipe or socket that nobody reads any more.
+bool ReaderIsGone() {
+  pollfd output = {STDOUT_FILENO, POLLOUT, 0};
+  return poll(&output, 1, 0) == 1 && (output.revents & (POLLERR | POLLHUP)) != 0;
+}
+
+/// Runs the command and writes all of its output. A reader that has gone away wants no explanation; a full disk needs
+/// one. In both cases nothing was answered, so the status is none that an answer has.
+Tool::ExitStatus RunAndFlush(int argc, char** argv) {
+  std::cout.exceptions(std::ios::badbit);
+  try {
+    const Tool::ExitStatus status = Run(argc, argv);
+    std::cout.flush();
+    return status;
+  } catch (const std::ios_base::failure&) {
+    std::cout.exceptions(std::ios::goodbit);
+    if (!ReaderIsGone()) {
+      std::cerr << "perenna-access: the output could not be written\n";
+    }
     return Tool::ExitStatus::Failed;
   }
-  return status;
 }
 
 } // namespace
@@ -92,8 +106,10 @@ int main(int argc, char** argv) {
     Tool::ProtectProcess();
     std::ios::sync_with_stdio(false);
     Tool::TheLog();
-    status = Run(argc, argv);
+    status = RunAndFlush(argc, argv);
   } catch (const Tool::Failure& failure) {
+    std::cout.exceptions(std::ios::goodbit);
+    std::cout.flush(); // what was done before the failure comes first
     std::cerr << "perenna-access: " << failure.what() << '\n';
     status = failure.Status();
   } catch (const std::bad_alloc&) {
@@ -101,5 +117,5 @@ int main(int argc, char** argv) {
   } catch (const std::exception& error) {
     std::cerr << "perenna-access: " << error.what() << '\n';
   }
-  return static_cast<int>(FlushOutput(status));
+  return static_cast<int>(status);
 }

@@ -49,8 +49,13 @@ std::string Bold(const std::string& text) {
   return "\\fB" + Escaped(text) + "\\fR";
 }
 
+/// A summary or description has no full stop of its own.
+std::string Sentence(const std::string& text) {
+  return text + (text.back() == '?' || text.back() == '.' ? "" : ".");
+}
+
 std::string Entry(const std::string& term, const std::string& description) {
-  return ".TP\n" + term + '\n' + Escaped(description) + ".\n";
+  return ".TP\n" + term + '\n' + Escaped(Sentence(description)) + '\n';
 }
 
 std::string OptionEntry(const CLI::Option& option) {
@@ -103,7 +108,8 @@ std::string FooterSections(const std::string& footer, const std::string& heading
 std::string CommandSections(const CLI::App& command) {
   std::string page;
   for (const CLI::App* const subcommand : Subcommands(command)) {
-    page += ".SS \"" + Escaped(Usage(*subcommand)) + "\"\n" + Escaped(subcommand->get_description()) + ".\n";
+    page += ".SS \"" + Escaped(Usage(*subcommand)) + "\"\n" + Escaped(Sentence(Summary(*subcommand))) + '\n';
+    page += Details(*subcommand).empty() ? "" : Escaped(Details(*subcommand)) + '\n';
     for (const CLI::Option* const argument : Arguments(*subcommand)) {
       page += Entry("\\fI" + Escaped(argument->get_name(true)) + "\\fR", FullDescription(*argument));
     }
@@ -119,14 +125,12 @@ std::string CommandSections(const CLI::App& command) {
 } // namespace
 
 std::string Manual(const CLI::App& root) {
-  const std::string description = root.get_description(); // a line, then the rest
-  const std::size_t first_line = description.find('\n');
-  std::string name = description.substr(0, first_line);
+  std::string name = Summary(root);
   name.front() = static_cast<char>(std::tolower(static_cast<unsigned char>(name.front())));
   std::string page = ".TH \"PERENNA\\-ACCESS\" 1 \"\" \"" + Escaped(root.version()) + "\" \"User Commands\"\n";
   page += ".SH NAME\n" + Escaped(root.get_name()) + " \\- " + Escaped(name) + '\n';
   page += ".SH SYNOPSIS\n" + Bold(root.get_name()) + " [\\fIOPTIONS\\fR] \\fICOMMAND\\fR\n";
-  page += ".SH DESCRIPTION\n" + Escaped(description.substr(first_line + 1)) + '\n';
+  page += ".SH DESCRIPTION\n" + Escaped(Details(root)) + '\n';
   page += ".SH OPTIONS\nEvery command takes these.\n";
   for (const CLI::Option* const option : Options(root)) {
     page += OptionEntry(*option);

@@ -31,10 +31,15 @@ bool GroupExists(Database& database, const std::string& group_id) {
   return database.Number("SELECT count(*) FROM groups WHERE group_id = ?", {group_id}) > 0;
 }
 
+std::vector<std::string> Distinct(const std::vector<std::string>& ids) {
+  const std::set<std::string> distinct(ids.begin(), ids.end());
+  return {distinct.begin(), distinct.end()};
+}
+
 void ReplaceUserGroups(Database& database, const std::string& user_id, const std::vector<std::string>& groups) {
   RequireUser(database, user_id);
   database.Run("DELETE FROM groupusers WHERE user_id = ?", {user_id});
-  for (const std::string& group_id : std::set<std::string>(groups.begin(), groups.end())) {
+  for (const std::string& group_id : Distinct(groups)) {
     RequireGroup(database, group_id);
     database.Run("INSERT INTO groupusers(group_id, user_id) VALUES(?, ?)", {group_id, user_id});
   }
@@ -43,7 +48,7 @@ void ReplaceUserGroups(Database& database, const std::string& user_id, const std
 void ReplaceGroupUsers(Database& database, const std::string& group_id, const std::vector<std::string>& users) {
   RequireGroup(database, group_id);
   database.Run("DELETE FROM groupusers WHERE group_id = ?", {group_id});
-  for (const std::string& user_id : std::set<std::string>(users.begin(), users.end())) {
+  for (const std::string& user_id : Distinct(users)) {
     RequireUser(database, user_id);
     database.Run("INSERT INTO groupusers(group_id, user_id) VALUES(?, ?)", {group_id, user_id});
   }

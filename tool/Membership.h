@@ -15,6 +15,9 @@ bool GroupExists(Database& database, const std::string& group_id);
 // operations commit row by row. Ids are added once each, in ascending order. Throw `Failure` for an id that does not
 // exist.
 
+/// The ids as they are then stored: once each, in ascending order.
+std::vector<std::string> Distinct(const std::vector<std::string>& ids);
+
 void ReplaceUserGroups(Database& database, const std::string& user_id, const std::vector<std::string>& groups);
 void ReplaceGroupUsers(Database& database, const std::string& group_id, const std::vector<std::string>& users);
 

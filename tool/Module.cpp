@@ -84,4 +84,12 @@ bool Module::Ask(const Question& question) {
   }
 }
 
+bool Module::UserExists(const std::string& user_id) {
+  return Ask([&user_id](LocalAccessManager::UserManager& manager) { return manager.UserExists(user_id); });
+}
+
+bool Module::GroupExists(const std::string& group_id) {
+  return Ask([&group_id](LocalAccessManager::UserManager& manager) { return manager.GroupExists(group_id); });
+}
+
 } // namespace Tool

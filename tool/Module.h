@@ -27,6 +27,9 @@ public:
   /// reads it as "no".
   bool Ask(const Question& question);
 
+  bool UserExists(const std::string& user_id);
+  bool GroupExists(const std::string& group_id);
+
 private:
   [[noreturn]] void Fail(const std::string& reason) const;
 

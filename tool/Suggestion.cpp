@@ -45,7 +45,7 @@ bool EndsWith(const std::string& text, const std::string& end) {
 std::string Reworded(const CLI::ParseError& error, const Followed& followed) {
   const std::string text = Shown(error.what(), Backslash::Kept);
   const auto expected = Arguments(*followed.command).size();
-  if (error.get_name() == "ExtrasError" && followed.arguments.size() > expected) {
+  if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr && followed.arguments.size() > expected) {
     return "unexpected argument " + Quoted(followed.arguments[expected]);
   }
   if (followed.needs_value != nullptr) {

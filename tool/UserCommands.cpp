@@ -9,6 +9,7 @@
 #include "Membership.h"
 #include "Module.h"
 #include "Table.h"
+#include "Validators.h"
 
 namespace Tool {
 
@@ -40,7 +41,7 @@ Json UserJson(const Perenna::PListDict& row) {
 ExitStatus AddUser(const Context& context, const UserOptions& options) {
   const std::string file = context.DatabaseFile();
   Module module(file);
-  if (module.Manager().UserExists(options.id)) { // before a password is asked for
+  if (module.UserExists(options.id)) { // before a password is asked for
     throw Failure(ExitStatus::Refused, "the user " + Quoted(options.id) + " exists already");
   }
   std::string creator = options.creator;
@@ -52,11 +53,11 @@ ExitStatus AddUser(const Context& context, const UserOptions& options) {
                                          "\"init\", or import one");
     }
     creator = first.front();
-  } else if (!module.Manager().UserExists(creator)) {
+  } else if (!module.UserExists(creator)) {
     throw Failure(ExitStatus::Usage, "--created-by: there is no user " + Quoted(creator));
   }
   for (const std::string& group : options.groups) {
-    if (!module.Manager().GroupExists(group)) {
+    if (!module.GroupExists(group)) {
       throw Failure(ExitStatus::Usage, "--group: there is no group " + Quoted(group));
     }
   }
@@ -71,10 +72,15 @@ ExitStatus AddUser(const Context& context, const UserOptions& options) {
     throw Failure(ExitStatus::Refused, "the user " + Quoted(options.id) + " exists already");
   }
   if (!options.groups.empty()) {
-    Database database(file, Database::Access::Write);
-    Transaction transaction(database);
-    ReplaceUserGroups(database, options.id, options.groups);
-    transaction.Commit();
+    try {
+      Database database(file, Database::Access::Write);
+      Transaction transaction(database);
+      ReplaceUserGroups(database, options.id, options.groups);
+      transaction.Commit();
+    } catch (const Failure& failure) {
+      throw Failure(failure.Status(),
+                    "the user " + Quoted(options.id) + " was added, but to no group: " + failure.what());
+    }
   }
   context.Report("Added user " + Quoted(options.id) + ".",
                  {{"added", {{"user_id", JsonText(options.id)}, {"auth_method", credential.Method()}}}});
@@ -171,8 +177,9 @@ ExitStatus SetUserGroups(const Context& context, const UserOptions& options) {
   Transaction transaction(database);
   ReplaceUserGroups(database, options.id, options.groups);
   transaction.Commit();
-  context.Report("User " + Quoted(options.id) + " is now in: " + Joined(options.groups) + ".",
-                 {{"user_id", JsonText(options.id)}, {"groups", JsonTexts(options.groups)}});
+  const std::vector<std::string> groups = Distinct(options.groups);
+  context.Report("User " + Quoted(options.id) + " is now in: " + Joined(groups) + ".",
+                 {{"user_id", JsonText(options.id)}, {"groups", JsonTexts(groups)}});
   return ExitStatus::Done;
 }
 
@@ -213,9 +220,9 @@ void AddUserCommands(CLI::App& app, Context& context) {
   };
 
   const auto [add, add_options] =
-      make("add", "Add a user; asks for the password at the terminal unless a credential is named",
+      make("add", "Add a user\nAsks for the password at the terminal unless a credential is named.",
            "perenna-access user add alice --group editors", AddUser);
-  add.add_option("USER", add_options->id, "The new user's id")->required()->type_name("NEW");
+  add.add_option("USER", add_options->id, "The new user's id")->required()->type_name("NEW")->check(NotEmpty());
   add.add_option("--created-by", add_options->creator, "Who is recorded as the creator (default: the first user)")
       ->type_name("USER");
   add.add_option("--group", add_options->groups, "A group the user becomes a member of; may be repeated")
@@ -239,13 +246,13 @@ void AddUserCommands(CLI::App& app, Context& context) {
   show.add_flag("--show-credential", show_options->show_credential, "Show the stored credential as well");
 
   const auto [groups, groups_options] =
-      make("set-groups", "Replace the groups that a user is in, by none if none is named",
+      make("set-groups", "Replace the groups that a user is in\nWith no GROUP, the user is in none after that.",
            "perenna-access user set-groups alice editors readers", SetUserGroups);
   groups.add_option("USER", groups_options->id, "The user's id")->required();
   groups.add_option("GROUP", groups_options->groups, "The ids of the groups");
 
   const auto [password, password_options] =
-      make("set-password", "Change a user's password; asks for it at the terminal unless told where to read it",
+      make("set-password", "Change a user's password\nAsks for it at the terminal unless told where to read it.",
            "perenna-access user set-password alice", SetCredential);
   password.add_option("USER", password_options->id, "The user's id")->required();
   password_options->credential.AddPasswordTo(password);
