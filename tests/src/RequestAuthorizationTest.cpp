@@ -1,13 +1,14 @@
 // Requests: what the filters of a user's groups allow.
 
+#include <gmock/gmock.h>
+
 #include "support/AccessDirectory.h"
 
 using namespace Testing;
-using ::testing::ElementsAre;
 
 namespace {
 
-/// "anna" is in groups g and h, not in "others".
+/// "anna" is in groups g and h, not in "others"; "alone" is in none.
 class RequestAuthorization : public AccessDirectory {
 protected:
   void SetUp() override {
@@ -23,76 +24,45 @@ protected:
 } // namespace
 
 TEST_F(RequestAuthorization, OneDenyRefusesElseOneAllowGrantsAndTheMethodsAgree) {
-  struct Filter {
-    std::string method, group_id, filter, action;
-  };
   struct Case {
-    std::string name;
-    std::vector<Filter> filters;
-    bool get, any; // may GET /a/b; some filter matches there
-    std::vector<std::string> methods;
+    std::string name, filters; // separated by commas
+    bool get;                  // whether anna may GET /a/b
+    std::string options;       // what she may do there
   };
+  // clang-format off
   const std::vector<Case> cases = {
-      {"nothing is allowed by default", {}, false, false, {}},
-      {"one allow grants its method alone", {{"GET", "g", "^/a", "Allow"}}, true, true, {"GET"}},
-      {"another method's filter", {{"POST", "g", "^/a", "Allow"}}, false, true, {"POST"}},
-      {"another group's filter", {{"GET", "others", "^/a", "Allow"}}, false, false, {}},
-      {"a filter of a group that does not exist", {{"GET", "gone", "^/a", "Allow"}}, false, false, {}},
-      {"another URL's filter", {{"GET", "g", "^/b", "Allow"}}, false, false, {}},
-      {"deny in another group wins", {{"GET", "g", "^/a", "Allow"}, {"GET", "h", "b$", "Deny"}}, false, true, {}},
-      {"deny wins, stored first", {{"GET", "g", "^/a", "Deny"}, {"GET", "g", "^/a", "Allow"}}, false, true, {}},
-      {"deny alone", {{"GET", "g", "", "Deny"}, {"GET", "g", "/", "Deny"}}, false, true, {}},
-      {"a foreign deny", {{"GET", "g", "^/a", "Allow"}, {"GET", "others", "^/a", "Deny"}}, true, true, {"GET"}},
-      {"deny of another method", {{"GET", "g", "^/a", "Allow"}, {"PUT", "g", "^/a", "Deny"}}, true, true, {"GET"}},
-      {"deny elsewhere", {{"GET", "g", "^/a", "Allow"}, {"GET", "g", "^/a$", "Deny"}}, true, true, {"GET"}},
-      {"two allows list once", {{"GET", "g", "^/a", "Allow"}, {"GET", "h", "b$", "Allow"}}, true, true, {"GET"}},
-      {"an allow in other letters grants nothing",
-       {{"GET", "g", "/", "allow"}, {"GET", "g", "/", "ALLOW"}},
-       false,
-       true,
-       {}},
-      {"a deny in other letters refuses nothing",
-       {{"GET", "g", "/", "Allow"}, {"GET", "g", "/", "DENY"}, {"GET", "g", "/", "deny "}},
-       true,
-       true,
-       {"GET"}},
-      {"a method in other letters",
-       {{"get", "g", "/", "Allow"}, {"GET ", "g", "/", "Allow"}},
-       false,
-       true,
-       {"GET ", "get"}},
-      {"an empty expression matches nothing", {{"GET", "g", "", "Allow"}}, false, false, {}},
-      {"one that does not compile refuses nothing",
-       {{"GET", "g", "/", "Allow"}, {"GET", "g", "(", "Deny"}},
-       true,
-       true,
-       {"GET"}},
-      {"methods are listed in ascending order",
-       {{"PUT", "h", "/", "Allow"},
-        {"POST", "g", "/", "Allow"},
-        {"TRACE", "g", "/", "Allow"},
-        {"GET", "h", "/", "Allow"},
-        {"DELETE", "g", "/", "Allow"},
-        {"TRACE", "h", "/a", "Deny"},
-        {"X-made-up", "g", "/", "Allow"}},
-       true,
-       true,
-       {"DELETE", "GET", "POST", "PUT", "X-made-up"}},
-  };
+      {"nothing is allowed by default", "", false, "no"},
+      {"one allow grants its method alone", "GET g ^/a Allow", true, "yes GET"},
+      {"another method's filter", "POST g ^/a Allow", false, "yes POST"},
+      {"another group's filter", "GET others ^/a Allow", false, "no"},
+      {"a filter of a group that does not exist", "GET gone ^/a Allow", false, "no"},
+      {"another URL's filter", "GET g ^/b Allow", false, "no"},
+      {"deny in another group wins", "GET g ^/a Allow,GET h b$ Deny", false, "yes"},
+      {"deny wins, stored first", "GET g ^/a Deny,GET g ^/a Allow", false, "yes"},
+      {"deny alone", "GET g / Deny", false, "yes"},
+      {"a foreign deny", "GET g ^/a Allow,GET others ^/a Deny", true, "yes GET"},
+      {"deny of another method", "GET g ^/a Allow,PUT g ^/a Deny", true, "yes GET"},
+      {"deny elsewhere", "GET g ^/a Allow,GET g ^/a$ Deny", true, "yes GET"},
+      {"two allows list once", "GET g ^/a Allow,GET h b$ Allow", true, "yes GET"},
+      {"an allow in other letters grants nothing", "GET g / allow,GET g / ALLOW", false, "yes"},
+      {"a deny in other letters refuses nothing", "GET g / Allow,GET g / DENY,GET g / deny", true, "yes GET"},
+      {"a method in other letters", "get g / Allow,G g / Allow", false, "yes G get"},
+      {"an empty expression matches nothing", "GET g  Allow", false, "no"},
+      {"one that does not compile refuses nothing", "GET g / Allow,GET g ( Deny", true, "yes GET"},
+      {"methods in ascending order", "PUT h / Allow,POST g / Allow,TRACE g / Allow,GET h / Allow,DELETE g / Allow,"
+                                     "TRACE h /a Deny,X g / Allow", true, "yes DELETE GET POST PUT X"}};
+  // clang-format on
   for (const Case& one : cases) {
     SCOPED_TRACE(one.name);
     Run("DELETE FROM filters");
-    for (const Filter& filter : one.filters) {
-      AddFilter(filter.method, filter.group_id, filter.filter, filter.action);
+    for (const std::string& filter : Split(one.filters, ',')) {
+      filter.empty() ? void() : AddFilter(filter);
     }
-    EXPECT_EQ(May("anna", Perenna::METH_GET, "/a/b"), one.get);
-    bool any = !one.any;
-    EXPECT_EQ(Options("anna", "/a/b", &any), one.methods);
-    EXPECT_EQ(any, one.any);
+    EXPECT_EQ(May("anna", "GET /a/b"), one.get);
+    EXPECT_EQ(Options("anna", "/a/b"), one.options);
     for (const std::string nobody : {"", "alone", "Anna", "unknown"}) {
-      EXPECT_FALSE(May(nobody, Perenna::METH_GET, "/a/b")) << nobody;
-      EXPECT_THAT(Options(nobody, "/a/b", &any), ElementsAre()) << nobody;
-      EXPECT_FALSE(any) << nobody;
+      EXPECT_FALSE(May(nobody, "GET /a/b")) << nobody;
+      EXPECT_EQ(Options(nobody, "/a/b"), "no") << nobody;
     }
   }
 }
@@ -107,68 +77,60 @@ TEST_F(RequestAuthorization, AnExpressionMatchesAnywhereInTheUrlUnlessItIsAnchor
                                            {"users", "/api/users/7", true},
                                            {"/users", "/other?next=/users", true},
                                            {"^/a", "/b/a", false},
-                                           {"/a|/b", "/xx/b", true},
                                            {"^/v[0-9]{1,2}/", "/v12/x", true},
                                            {"^/v[0-9]{1,2}/", "/v123/x", false},
-                                           {"/a.b", "/axb", true},
                                            {R"(/a\.b)", "/axb", false},
                                            {"^/A$", "/a", false},
                                            {"^$", "", true},
-                                           {"^$", "/", false},
-                                           {"[[:alpha:]]+$", "/x1", false},
                                            {"^/a$", "/a\n/b", true},
                                            {"^/b$", "/a\n/b", true},
                                            {"/a./b", "/a\n/b", false},
-                                           {"a[^x]", "/a\n", false},
-                                           {"(^|/)a(/|$)", "/b/a", true},
-                                           {"%2e", "/%2E", false}}) {
+                                           {"a[^x]", "/a\n", false}}) {
     Run("DELETE FROM filters");
-    AddFilter("GET", "g", one.filter, "Allow");
-    EXPECT_EQ(May("anna", Perenna::METH_GET, one.url), one.matches) << one.filter << " on " << one.url;
-    EXPECT_EQ(Options("anna", one.url).size(), one.matches ? 1U : 0U) << one.filter << " on " << one.url;
+    AddFilter("GET g " + one.filter + " Allow");
+    EXPECT_EQ(May("anna", "GET " + one.url), one.matches) << one.filter << " on " << one.url;
+    EXPECT_EQ(Options("anna", one.url), one.matches ? "yes GET" : "no") << one.filter << " on " << one.url;
   }
-  EXPECT_EQ(Log(), Lines{});
+  EXPECT_EQ(Log(), "");
 }
 
 TEST_F(RequestAuthorization, EveryMethodIsMatchedByItsOwnNameAlone) {
-  const std::vector<std::string> names = {"OPTIONS", "HEAD",  "GET",     "POST", "PUT",
-                                          "DELETE",  "TRACE", "CONNECT", "PATCH"};
+  const auto names = Split("OPTIONS HEAD GET POST PUT DELETE TRACE CONNECT PATCH", ' ');
   for (const std::string& name : names) {
-    AddFilter(name, "g", "^/" + name + "$", "Allow");
+    AddFilter(name + " g ^/" + name + "$ Allow");
   }
   for (const std::string& name : names) {
-    for (std::size_t method = 0; method < names.size(); ++method) {
-      EXPECT_EQ(May("anna", static_cast<Perenna::Method_t>(method), "/" + name), names[method] == name);
+    for (std::size_t method = 0; method <= names.size(); ++method) {
+      const Perenna::HTTPRequest request(static_cast<Perenna::Method_t>(method), "/" + name);
+      EXPECT_EQ(Manager().TestRequestForUser(request, "anna"), method < names.size() && names[method] == name) << name;
     }
-    EXPECT_FALSE(May("anna", Perenna::METH_MAX, "/" + name));
-    EXPECT_THAT(Options("anna", "/" + name), ElementsAre(name));
+    EXPECT_EQ(Options("anna", "/" + name), "yes " + name);
   }
 }
 
 TEST_F(RequestAuthorization, MethodsAreAppendedToWhatTheListHolds) {
-  AddFilter("PUT", "g", "/", "Allow");
-  AddFilter("GET", "g", "/", "Allow");
+  AddFilter("PUT g / Allow");
+  AddFilter("GET g / Allow");
   Perenna::PListArray methods = Array({"PUT"});
   const Perenna::HTTPRequest request(Perenna::METH_TRACE, "/");
   EXPECT_TRUE(Manager().GetOptionsMethods(request, "anna", methods));
   EXPECT_TRUE(Manager().GetOptionsMethods(request, "anna", methods));
-  EXPECT_THAT(Texts(methods), ElementsAre("PUT", "GET", "PUT", "GET", "PUT"));
   EXPECT_FALSE(Manager().GetOptionsMethods(request, "alone", methods));
-  EXPECT_EQ(methods.size(), 5U);
+  EXPECT_THAT(Texts(methods), ::testing::ElementsAre("PUT", "GET", "PUT", "GET", "PUT"));
 }
 
 TEST_F(RequestAuthorization, ADecisionFollowsTheDirectoryAtOnceAndAnEmptyIdNeverReachesIt) {
-  AddFilter("GET", "g", "/", "Allow");
-  EXPECT_TRUE(May("anna", Perenna::METH_GET, "/"));
+  AddFilter("GET g / Allow");
+  EXPECT_TRUE(May("anna", "GET /"));
   EXPECT_EQ(Manager().SetUserGroups("anna", Array({"h"})), Tarn::RESULT_FALSE);
-  EXPECT_FALSE(May("anna", Perenna::METH_GET, "/"));
+  EXPECT_FALSE(May("anna", "GET /"));
   Run("INSERT INTO groupusers VALUES('g', 'anna'), ('g', 'anna'), ('g', '')"); // duplicates count once
-  EXPECT_TRUE(May("anna", Perenna::METH_GET, "/"));
-  EXPECT_FALSE(May("", Perenna::METH_GET, "/"));
+  EXPECT_EQ(Options("anna", "/"), "yes GET");
+  EXPECT_FALSE(May("", "GET /"));
   Run("DROP TABLE filters");
-  EXPECT_FALSE(May("", Perenna::METH_GET, "/"));
-  EXPECT_TRUE(Options("", "/").empty());
-  EXPECT_EQ(Log(), Lines{});
-  EXPECT_FALSE(May("anna", Perenna::METH_GET, "/"));
-  EXPECT_FALSE(Log().empty());
+  EXPECT_FALSE(May("", "GET /"));
+  EXPECT_EQ(Options("", "/"), "no");
+  EXPECT_EQ(Log(), "");
+  EXPECT_FALSE(May("anna", "GET /"));
+  EXPECT_NE(Log(), "");
 }

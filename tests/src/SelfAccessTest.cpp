@@ -4,6 +4,8 @@
 
 #include <atomic>
 
+#include <gmock/gmock.h>
+
 #include "support/Support.h"
 
 using namespace Testing;
@@ -16,18 +18,14 @@ constexpr std::int64_t Start = 1'800'000'000;
 std::atomic<std::int64_t> s_now{Start};
 std::atomic<Tarn::byte_t> s_random{0};
 
-bool SameByte(Tarn::byte_t* buffer, unsigned count) noexcept {
-  std::fill_n(buffer, count, s_random.load());
-  return true;
-}
-
 class SelfAccess : public ::testing::Test {
 protected:
-  SelfAccess() {
-    Tarn::SetSources({[]() noexcept { return s_now.load(); }, nullptr});
-  }
+  SelfAccess() { UseRandom(nullptr); }
   ~SelfAccess() override { Tarn::SetSources({nullptr, nullptr}); }
 
+  static void UseRandom(bool (*random)(Tarn::byte_t*, unsigned) noexcept) {
+    Tarn::SetSources({[]() noexcept { return s_now.load(); }, random});
+  }
   Tarn::UUID KeyAt(std::int64_t second) {
     s_now = second;
     Tarn::UUID key;
@@ -45,8 +43,8 @@ protected:
 } // namespace
 
 TEST_F(SelfAccess, AKeyResolvesOnceWithinTenWholeSecondsOfItsIssue) {
-  const std::vector<std::pair<std::int64_t, bool>> ages = {
-      {0, true}, {1, true}, {10, true}, {11, false}, {1000, false}, {-1, false}, {-1000000, false}, {-Start, false}};
+  const std::vector<std::pair<std::int64_t, bool>> ages = {{0, true},     {1, true},   {10, true},     {11, false},
+                                                           {1000, false}, {-1, false}, {-Start, false}};
   for (const auto& [age, expected] : ages) {
     const Tarn::UUID key = KeyAt(Start);
     EXPECT_EQ(ResolvesAt(Start + age, key), expected) << age;
@@ -59,17 +57,18 @@ TEST_F(SelfAccess, EveryResolveDropsExpiredKeysAndKeepsTheOthers) {
   const Tarn::UUID young = KeyAt(Start + 5);
   const Tarn::UUID last = KeyAt(Start + 11);
   EXPECT_FALSE(ResolvesAt(Start + 11, Tarn::UUID()));
-  EXPECT_FALSE(ResolvesAt(Start + 5, old)); // this clock reading finds `last` in the future
+  EXPECT_FALSE(ResolvesAt(Start + 5, old)); // to this reading of the clock, `last` is of the future
   EXPECT_TRUE(ResolvesAt(Start + 5, young));
   EXPECT_FALSE(ResolvesAt(Start + 11, last));
 }
 
 TEST_F(SelfAccess, KeysAreComparedByTheirBytesAndEqualOnesConsumedTogether) {
-  Tarn::SetSources({[]() noexcept { return s_now.load(); }, &SameByte});
-  s_now = Start;
+  UseRandom([](Tarn::byte_t* buffer, unsigned count) noexcept {
+    std::fill_n(buffer, count, s_random.load());
+    return true;
+  });
   Tarn::UUID key;
-  const Tarn::byte_t before[Tarn::UUID_Length] = {1, 2, 3};
-  key.Set(before);
+  ASSERT_TRUE(key.DecodeHex("00112233-4455-6677-8899-aabbccddeeff"));
   store.CreateSelfAccessKey(key);
   EXPECT_EQ(key, Tarn::UUID()) << "the caller's identifier is overwritten";
   store.CreateSelfAccessKey(key);
@@ -86,51 +85,42 @@ TEST_F(SelfAccess, KeysNobodyResolvesStayUntilTheFlush) {
   for (Tarn::UUID& key : keys) {
     store.CreateSelfAccessKey(key);
   }
-  EXPECT_TRUE(store.ResolveSelfAccessKey(keys.front()));
-  EXPECT_TRUE(store.ResolveSelfAccessKey(keys.back()));
+  EXPECT_TRUE(store.ResolveSelfAccessKey(keys.front()) && store.ResolveSelfAccessKey(keys.back()));
   EXPECT_EQ(store.Flush(), Tarn::RESULT_OK);
   for (const Tarn::UUID& key : keys) {
     EXPECT_FALSE(store.ResolveSelfAccessKey(key));
   }
 }
 
-TEST_F(SelfAccess, WithoutAStoreACallGoesOutUnstamped) {
-  SelfAccessManager* untouched = &store;
-  EXPECT_FALSE(LocalAccessManager::GetSelfAccessManager(untouched));
-  EXPECT_EQ(untouched, &store);
-  CaptureLog log;
-  Perenna::BasicRestEntryCall call(Perenna::METH_GET);
-  EXPECT_EQ(LocalAccessManager::SelfAuthRestCallback().Call(call), Tarn::RESULT_OK);
-  EXPECT_TRUE(call.RequestHeaders.empty());
-  EXPECT_EQ(log.Take(), Lines{ErrorLine("Unable to request self-access key.\n")});
-}
-
-TEST_F(SelfAccess, EachCallIsStampedWithAKeyThatResolvesOnceAndNoHeaderIsReplaced) {
-  s_now = Start;
-  ASSERT_EQ(LocalAccessManager::InitSelfAccessManager(Dict({{"LocalAccessManager", "no section"}})), Tarn::RESULT_OK);
-  SelfAccessManager* first = nullptr;
-  SelfAccessManager* process_store = nullptr;
-  ASSERT_TRUE(LocalAccessManager::GetSelfAccessManager(first));
-  ASSERT_EQ(LocalAccessManager::InitSelfAccessManager({}), Tarn::RESULT_OK);
-  ASSERT_TRUE(LocalAccessManager::GetSelfAccessManager(process_store));
-  EXPECT_EQ(first, process_store);
-
+TEST_F(SelfAccess, CallsAreStampedWithKeysThatResolveOnceAndNoHeaderIsReplaced) {
   CaptureLog log;
   LocalAccessManager::SelfAuthRestCallback callback;
+  SelfAccessManager* process_store = &store;
+  EXPECT_FALSE(LocalAccessManager::GetSelfAccessManager(process_store));
+  EXPECT_EQ(process_store, &store);
+  Perenna::BasicRestEntryCall unstamped(Perenna::METH_GET);
+  EXPECT_EQ(callback.Call(unstamped), Tarn::RESULT_OK);
+  EXPECT_TRUE(unstamped.RequestHeaders.empty());
+  EXPECT_EQ(TakeText(log), "E:Unable to request self-access key.\n");
+
+  ASSERT_EQ(LocalAccessManager::InitSelfAccessManager(Dict({{"LocalAccessManager", "no section"}})), Tarn::RESULT_OK);
+  ASSERT_TRUE(LocalAccessManager::GetSelfAccessManager(process_store));
   for (int i = 0; i < 2; ++i) {
     Perenna::BasicRestEntryCall call(Perenna::METH_POST);
     EXPECT_EQ(callback.Call(call), Tarn::RESULT_OK);
-    ASSERT_EQ(call.RequestHeaders.count("X-PN-SELFCALLBACKID"), 1U);
-    ASSERT_EQ(call.RequestHeaders.begin()->first, "x-pn-SelfCallbackId");
-    const std::string text = call.RequestHeaders.begin()->second;
+    ASSERT_EQ(call.RequestHeaders.size(), 1U);
+    const auto& [name, text] = *call.RequestHeaders.begin();
+    EXPECT_EQ(name, "x-pn-SelfCallbackId");
     EXPECT_THAT(text, ::testing::MatchesRegex("[0-9a-f]{8}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}"));
     Tarn::UUID key;
-    ASSERT_TRUE(key.DecodeHex(text.c_str()));
-    EXPECT_TRUE(process_store->ResolveSelfAccessKey(key));
+    EXPECT_TRUE(key.DecodeHex(text.c_str()));
+    ASSERT_EQ(LocalAccessManager::InitSelfAccessManager({}), Tarn::RESULT_OK); // another call creates nothing
+    SelfAccessManager* again = nullptr;
+    EXPECT_TRUE(LocalAccessManager::GetSelfAccessManager(again) && again->ResolveSelfAccessKey(key)) << text;
     EXPECT_FALSE(process_store->ResolveSelfAccessKey(key)) << text;
   }
   Perenna::BasicRestEntryCall stamped(Perenna::METH_GET, {}, {{"X-PN-SELFCALLBACKID", "mine"}});
   EXPECT_EQ(callback.Call(stamped), Tarn::RESULT_OK);
   EXPECT_EQ(stamped.RequestHeaders, (Perenna::HeaderSet{{"X-PN-SELFCALLBACKID", "mine"}}));
-  EXPECT_EQ(log.Take(), Lines{});
+  EXPECT_EQ(TakeText(log), "");
 }

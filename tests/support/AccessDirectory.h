@@ -1,6 +1,5 @@
 #pragma once
 
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -10,6 +9,12 @@
 #include "support/Support.h"
 
 namespace Testing {
+
+/// The parts of a text between single separators; two in a row have an empty part between them.
+std::vector<std::string> Split(const std::string& text, char separator);
+
+/// The request that "key=value key=value" writes down; a value holds no space.
+Perenna::PListDict Fields(const std::string& text);
 
 /// The host's configuration that names a database file.
 Perenna::PListDict Configuration(const std::string& file);
@@ -26,7 +31,7 @@ std::string Answers(LocalAccessManager::UserManager& manager);
 /// With PERENNA_TEST_TUNE in the environment, the path of the administration tool, the file is tuned before it is
 /// opened (indexes, statistics, write-ahead log). Tests therefore assume neither a journal mode nor an order of rows.
 ///
-/// The helpers fail the test when the module does not do as asked.
+/// The helpers that add something fail the test when the module does not do as asked.
 class AccessDirectory : public ::testing::Test {
 protected:
   using UserManager = LocalAccessManager::UserManager;
@@ -36,26 +41,26 @@ protected:
   const std::string& File() const { return m_File; }
   std::string PathBeside(const std::string& name) const { return m_Place.File(name); }
   UserManager& Manager() { return *m_Manager; }
-  /// The log lines since the last call, or since the fixture was set up.
-  Lines Log() { return m_Log.Take(); }
+  /// The log since the last call, or since the fixture was set up, as TakeText has it.
+  std::string Log() { return TakeText(m_Log); }
 
   /// Statements past the module, on a connection that is closed again.
   void Run(const std::string& sql) const { BareDatabase(m_File).Run(sql); }
-  std::vector<BareDatabase::Row> Query(const std::string& sql, const std::vector<std::string>& arguments = {}) const {
-    return BareDatabase(m_File).Query(sql, arguments);
-  }
+  /// The rows of one statement past the module in a text: "a|b; c|d".
+  std::string Rows(const std::string& sql) const;
 
   /// A user with a stored credential, written past the module; a text may hold any byte.
   void AddStoredUser(const std::string& user_id, const std::string& auth_method, const std::string& auth_value) const;
   void AddUser(const std::string& user_id, const std::string& password = "a password");
   void AddGroup(const std::string& group_id, const std::vector<std::string>& user_ids = {});
-  void AddFilter(const std::string& method, const std::string& group_id, const std::string& filter,
-                 const std::string& action);
+  /// A filter from its four values, a space between two: "GET readers ^/ Allow".
+  void AddFilter(const std::string& filter);
 
   bool Login(const std::string& user_id, const std::string& password);
-  bool May(const std::string& user_id, Perenna::Method_t method, const std::string& url);
-  /// The methods appended for a URL; `answer`, when given, takes the operation's own answer.
-  std::vector<std::string> Options(const std::string& user_id, const std::string& url, bool* answer = nullptr);
+  /// Whether a user may perform a request: "GET /url".
+  bool May(const std::string& user_id, const std::string& request);
+  /// The answer for a URL and the methods appended: "yes GET PUT".
+  std::string Options(const std::string& user_id, const std::string& url);
 
 private:
   TemporaryDirectory m_Place;

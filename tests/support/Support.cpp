@@ -5,11 +5,6 @@
 #include <cstdlib>
 #include <stdexcept>
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 namespace Testing {
 
 std::vector<CaptureLog::Line> CaptureLog::Take() {
@@ -109,36 +104,12 @@ Perenna::PListArray Array(const std::vector<std::string>& texts) {
   return array;
 }
 
-Finished RunProgram(const std::vector<std::string>& arguments) {
-  std::vector<char*> argv;
-  for (const std::string& argument : arguments) {
-    argv.push_back(const_cast<char*>(argument.c_str())); // not written to; the interface is older than const
+std::string TakeText(CaptureLog& log) {
+  std::string text;
+  for (const auto& [level, line] : log.Take()) {
+    text += std::string(1, "DIWENAC"[level]).append(":").append(line);
   }
-  argv.push_back(nullptr);
-  std::array<int, 2> ends{};
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-    throw std::runtime_error("cannot create a pipe");
-  }
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
-  pid_t program = -1;
-  const int started = posix_spawnp(&program, argv.front(), &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  close(ends[1]);
-  Finished finished{-1, ""};
-  std::array<char, 4096> part{};
-  for (ssize_t count = 0; started == 0 && (count = read(ends[0], part.data(), part.size())) > 0;) {
-    finished.output.append(part.data(), static_cast<std::size_t>(count));
-  }
-  close(ends[0]);
-  int status = 0;
-  if (started == 0 && waitpid(program, &status, 0) == program && WIFEXITED(status)) {
-    finished.status = WEXITSTATUS(status);
-  }
-  return finished;
+  return text;
 }
 
 } // namespace Testing

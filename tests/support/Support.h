@@ -88,26 +88,8 @@ std::vector<std::string> Texts(const Perenna::PListArray& array);
 /// An array of texts.
 Perenna::PListArray Array(const std::vector<std::string>& texts);
 
-using Lines = std::vector<CaptureLog::Line>;
-
-/// Lines as the log holds them, for comparison with what CaptureLog took.
-inline CaptureLog::Line ErrorLine(const std::string& text) {
-  return {Tarn::LOG_ERROR, text};
-}
-inline CaptureLog::Line NoticeLine(const std::string& text) {
-  return {Tarn::LOG_NOTICE, text};
-}
-inline CaptureLog::Line DebugLine(const std::string& text) {
-  return {Tarn::LOG_DEBUG, text};
-}
-
-/// How a program ended and what it wrote to standard output and standard error.
-struct Finished {
-  int status; // its exit status; -1 when it could not be started or was ended by a signal
-  std::string output;
-};
-
-/// Runs a program, looked up in PATH, to its end, with no standard input.
-Finished RunProgram(const std::vector<std::string>& arguments);
+/// The lines of the log since they were last taken as one text, each led by the initial of its level:
+/// "E:Empty user_id.\n".
+std::string TakeText(CaptureLog& log);
 
 } // namespace Testing
