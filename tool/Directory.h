@@ -12,6 +12,10 @@
 
 namespace Tool {
 
+/// What a directory file says about itself.
+constexpr const char* FileFormat = "perenna-access";
+constexpr unsigned FileVersion = 1;
+
 /// One kind of entry of the directory.
 struct Section {
   const char* name;                 ///< its member of a directory file

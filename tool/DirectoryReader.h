@@ -6,10 +6,6 @@
 
 namespace Tool {
 
-/// What a directory file says about itself.
-constexpr const char* FileFormat = "perenna-access";
-constexpr unsigned FileVersion = 1;
-
 /// Reads a directory file into `directory`, a row an entry: one that is wrong keeps its place, so that a row's number
 /// is its number in the file. Everything that is not as it must be (unknown, missing or repeated members, values of
 /// another type, malformed base64) goes to `errors`. False when the file is no JSON and could not be read to its end;

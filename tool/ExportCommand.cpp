@@ -3,7 +3,6 @@
 #include <memory>
 
 #include "Directory.h"
-#include "DirectoryReader.h"
 #include "NewFile.h"
 #include "Output.h"
 

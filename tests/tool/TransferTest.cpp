@@ -1,0 +1,148 @@
+// Export, and import of what was exported: what the file looks like, and that nothing gets lost on the way.
+
+#include <algorithm>
+#include <filesystem>
+#include <random>
+
+#include <sys/stat.h>
+
+#include "DirectoryFiles.h"
+
+namespace Testing {
+namespace {
+
+TEST_F(Transfer, ExportWritesAnEntryALineInTheOrderOfTheListings) {
+  Fill("INSERT INTO users(rowid, user_id, auth_method, auth_value, create_date, create_user) VALUES"
+       "(7, 'zoe', 'sha256', 'a:b', 'then', 'root'), (3, CAST(x'c3a9ff00' AS TEXT), 'plain_pw', '\"\\', '', 'zoe');"
+       "INSERT INTO groupusers VALUES('editors', 'zoe'), ('editors', 'zoe');"
+       "INSERT INTO filters VALUES('GET', 'editors', '^/\xc3\xa9', 'Deny')");
+  const std::string expected = R"({"format":"perenna-access","version":1,
+"users":[
+{"user_id":{"base64":"w6n/AA=="},"auth_method":"plain_pw","auth_value":"\"\\","create_date":"","create_user":"zoe"},
+{"user_id":"zoe","auth_method":"sha256","auth_value":"a:b","create_date":"then","create_user":"root"}
+],
+"groups":[],
+"memberships":[
+{"group_id":"editors","user_id":"zoe"},
+{"group_id":"editors","user_id":"zoe"}
+],
+"filters":[
+{"method":"GET","group_id":"editors","filter":"^/\u00e9","action":"Deny"}
+]}
+)";
+  EXPECT_EQ(Tool({"export"}).out, expected);
+  ASSERT_EQ(Tool({"export", m_Place.File("out.json")}).status, 0);
+  EXPECT_EQ(Slurp(m_Place.File("out.json")), expected);
+}
+
+TEST_F(Transfer, ExportGuardsFilesThatExistAndTheOnesItMakes) {
+  const std::string file = m_Place.File("out.json");
+  const std::string link = m_Place.File("link");
+  Spill(file, "mine");
+  std::filesystem::create_symlink(file, link);
+  EXPECT_EQ(Tool({"export", file}).status, 1);
+  EXPECT_EQ(Tool({"export", "--force", link}).status, 2);
+  EXPECT_EQ(Tool({"export", m_Place.File("no/such/directory")}).status, 3);
+  EXPECT_EQ(Slurp(file), "mine");
+
+  EXPECT_EQ(Tool({"export", "--force", file}).status, 0);
+  EXPECT_EQ(Slurp(file), Tool({"export", "-"}).out);
+  struct stat status = {};
+  ASSERT_EQ(stat(file.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0600U);
+
+  Fill("INSERT INTO groups VALUES('good', 'g'), ('bad', x'6162')");
+  const ToolResult refused = Tool({"export", m_Place.File("other.json")});
+  EXPECT_EQ(refused.status, 3);
+  EXPECT_NE(refused.err.find("table groups, rowid 2: group_name"), std::string::npos) << refused.err;
+  for (const auto& entry : std::filesystem::directory_iterator(m_Place.Path())) {
+    EXPECT_EQ(entry.path().string().find(".json.new"), std::string::npos) << "left behind: " << entry.path();
+    EXPECT_NE(entry.path().filename(), "other.json");
+  }
+}
+
+/// Text that is hard on quoting, escaping, encoding and terminals.
+std::string HostileText(std::mt19937& random) {
+  // clang-format off
+  static const std::vector<std::string> Pieces = {
+      "a", "Z", "0", "\"", "\\", "'", "\n", "\r", "\x01", "\x7f", "\x1b[31m", std::string(1, '\0'), "\\u0000",
+      "\xc3\xa9", "\xf0\x9f\x98\x80", "\xff", "\xc0\x80", "\xed\xa0\x80", "\xe2\x80\xa8", "\xef\xbb\xbf",
+      "{\"base64\":\"\"}", ",\n]}", std::string(3000, 'x')};
+  // clang-format on
+  std::string text;
+  for (std::size_t count = random() % 5; count > 0; --count) {
+    text += Pieces[random() % Pieces.size()];
+  }
+  return text;
+}
+
+/// Fills a table with rows that partly repeat, in an order that is not the one of their insertion.
+void FillWithHostileRows(BareDatabase& bare, const std::string& table, const std::vector<std::string>& columns,
+                         std::mt19937& random) {
+  std::vector<std::string> shared(6);
+  std::generate(shared.begin(), shared.end(), [&random] { return HostileText(random); });
+  for (std::size_t rows = random() % 20; rows > 0; --rows) {
+    std::string names = "rowid";
+    std::string values = std::to_string(static_cast<int>(random() % 200) - 100);
+    std::vector<std::string> texts;
+    for (const std::string& column : columns) {
+      names += ", " + column;
+      values += ", ?";
+      texts.push_back(random() % 2 == 0 ? shared[random() % shared.size()] : HostileText(random));
+    }
+    bare.Query("INSERT OR IGNORE INTO " + table + "(" + names + ") VALUES(" + values + ")", texts);
+  }
+}
+
+TEST_F(Transfer, HostileDirectoriesComeBackByteForByte) {
+  const unsigned seed = std::random_device{}();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  const std::string other = m_Place.File("other.db");
+  CreateDatabase(other);
+  for (int round = 0; round < 12; ++round) {
+    Fill("");
+    {
+      BareDatabase bare(m_Database);
+      bare.Run("BEGIN");
+      FillWithHostileRows(bare, "users", {"user_id", "auth_method", "auth_value", "create_date", "create_user"},
+                          random);
+      FillWithHostileRows(bare, "groups", {"group_id", "group_name"}, random);
+      FillWithHostileRows(bare, "groupusers", {"group_id", "user_id"}, random);
+      FillWithHostileRows(bare, "filters", {"method", "group_id", "filter", "action"}, random);
+      bare.Run("COMMIT");
+    }
+    const ToolResult exported = Tool({"export"});
+    ASSERT_EQ(exported.status, 0) << exported.err;
+    const ToolResult imported = RunTool(other, {"import", "--force", "-"}, exported.out);
+    ASSERT_EQ(imported.status, 0) << "round " << round << '\n' << imported.err << exported.out;
+    ASSERT_EQ(ReadContents(other), ReadContents(m_Database)) << "round " << round << '\n' << exported.out;
+    ASSERT_EQ(RunTool(other, {"export"}).out, exported.out) << "round " << round;
+    const ToolResult difference = RunTool(other, {"import", "--force", "--dry-run", "--json", "-"}, exported.out);
+    for (const auto& [name, section] : Json::parse(difference.out).at("difference").items()) {
+      EXPECT_TRUE(section.at("added").empty() && section.at("removed").empty()) << name << '\n' << difference.out;
+    }
+  }
+}
+
+TEST_F(Transfer, ALargeFileShowsItsProgressAtATerminalAlone) {
+  std::string users = User("root");
+  while (users.size() < 1100000) {
+    users += ",\n" + User(std::to_string(users.size()));
+  }
+  const std::string file = m_Place.File("large.json");
+  Spill(file, Document(users));
+  const ToolResult shown = RunToolAtTerminal(m_Database, {"import", file}, {});
+  EXPECT_EQ(shown.status, 0) << shown.out;
+  for (const char* const phase : {"Reading [", "Checking [", "Writing [", "\rImported "}) {
+    EXPECT_NE(shown.out.find(phase), std::string::npos) << phase;
+  }
+  const ToolResult silent = Tool({"import", file});
+  EXPECT_EQ(silent.err, "");
+  Spill(file, Document(User("root")));
+  EXPECT_EQ(RunToolAtTerminal(m_Database, {"import", file}, {}).out,
+            "Imported 1 user, 0 groups, 0 memberships and 0 filters.\r\n");
+}
+
+} // namespace
+} // namespace Testing
