@@ -12,6 +12,7 @@ void AddUserCommands(CLI::App& app, Context& context);
 void AddGroupCommands(CLI::App& app, Context& context);
 void AddFilterCommands(CLI::App& app, Context& context);
 void AddCheckCommands(CLI::App& app, Context& context);
+void AddLintCommand(CLI::App& app, Context& context);
 void AddTuneCommand(CLI::App& app, Context& context);
 void AddExportCommand(CLI::App& app, Context& context);
 void AddImportCommand(CLI::App& app, Context& context);

@@ -65,6 +65,13 @@ std::string Context::DatabaseFile() const {
   return named;
 }
 
+std::vector<std::string> Context::DatabaseArguments() const {
+  if (!m_Database.empty()) {
+    return {"--database=" + m_Database};
+  }
+  return m_Config.empty() ? std::vector<std::string>() : std::vector<std::string>{"--config=" + m_Config};
+}
+
 void Context::OnRun(CLI::App& command, Action action) {
   command.callback([this, action = std::move(action)] { m_Action = action; });
 }

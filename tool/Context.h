@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -18,6 +19,9 @@ public:
 
   /// The database file that --database, --config or PERENNA_ACCESS_DATABASE names. Throws `Failure`.
   std::string DatabaseFile() const;
+
+  /// The arguments that lead another run of the tool to the same database; none where the environment does.
+  std::vector<std::string> DatabaseArguments() const;
 
   bool WantsJson() const noexcept { return m_Json; }
   bool IsVerbose() const noexcept { return m_Verbose; }

@@ -53,6 +53,7 @@ Tool::ExitStatus Run(int argc, char** argv) {
   Tool::AddGroupCommands(app, context);
   Tool::AddFilterCommands(app, context);
   Tool::AddCheckCommands(app, context);
+  Tool::AddLintCommand(app, context);
   Tool::AddTuneCommand(app, context);
   Tool::AddExportCommand(app, context);
   Tool::AddImportCommand(app, context);
