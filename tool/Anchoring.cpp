@@ -103,6 +103,11 @@ private:
   bool m_Stray = false;
 };
 
+/// Whether the pattern begins with ".*", and that is not repeated in turn.
+bool BeginsWithAnything(const std::string& pattern) {
+  return pattern.rfind(".*", 0) == 0 && pattern.find_first_of("*+?{", 2) != 2;
+}
+
 /// Whether the pattern may be put into parentheses: a reference to a group would then mean another one, and a closing
 /// parenthesis that stands for itself would not.
 bool CanBeGrouped(const std::string& pattern) {
@@ -125,7 +130,7 @@ bool IsAnchored(const std::string& pattern) {
 std::optional<std::string> Anchored(const std::string& pattern, bool narrow) {
   const bool narrowed = narrow && Reader(pattern.c_str()).EveryAlternative('/');
   std::string anchored;
-  if (pattern.find('|') == std::string::npos && (narrowed || pattern.rfind(".*", 0) == 0)) {
+  if (pattern.find('|') == std::string::npos && (narrowed || BeginsWithAnything(pattern))) {
     anchored = "^" + pattern;
   } else if (CanBeGrouped(pattern)) {
     anchored = (narrowed ? "^(" : "^.*(") + pattern + ")";
