@@ -78,6 +78,9 @@ protected:
 /// look at the bytes alone. Distinct objects may be used from different threads.
 template <unsigned SIZE> class Identifier : public IArchive {
 public:
+  bool m_HasValue = false;   ///< whether a value was set
+  byte_t m_Value[SIZE] = {}; ///< the bytes
+
   Identifier() = default;
 
   /// The SIZE bytes.
@@ -138,9 +141,6 @@ private:
     }
     return m_HasValue;
   }
-
-  bool m_HasValue = false;
-  byte_t m_Value[SIZE] = {};
 };
 
 constexpr unsigned UUID_Length = 16;

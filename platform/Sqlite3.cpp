@@ -257,7 +257,11 @@ int SimpleQuery::BindItem(int index, const PListData& item, Tarn::ByteString& bl
 }
 
 void SimpleQuery::StoreColumn(int column, PListDict& dict) {
-  const std::string key = sqlite3_column_name(m_StmtHandle, column);
+  const char* const name = sqlite3_column_name(m_StmtHandle, column);
+  if (name == nullptr) {
+    throw std::bad_alloc();
+  }
+  const std::string key = name;
   const int type = sqlite3_column_type(m_StmtHandle, column);
   switch (type) {
   case SQLITE_INTEGER:

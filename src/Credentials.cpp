@@ -108,8 +108,9 @@ bool UserManager::TestUserIdAndPassword(const Perenna::HTTPRequest& /*request*/,
 bool UserManager::TestUserCertificate(const Perenna::HTTPRequest& /*request*/,
                                       const Perenna::X509Certificate& user_cert, std::string& user_id) {
   const Perenna::X509Thumbprint& thumbprint = user_cert;
-  // A certificate that was never read has twenty zero bytes for a thumbprint; nobody's.
-  if (m_db == nullptr || !thumbprint.HasValue()) {
+  // A certificate that was never read has no value and twenty zero bytes for a thumbprint: nobody's.
+  const bool is_read = thumbprint.HasValue() || thumbprint != Perenna::X509Thumbprint();
+  if (m_db == nullptr || !is_read) {
     return false;
   }
   Perenna::PListDict dict;
