@@ -78,7 +78,9 @@ void ForEachRow(Database& database, const Section& section, NotText not_text,
                 const std::function<void(const std::vector<std::string>& texts)>& visit) {
   std::string sql = "SELECT rowid AS rowid";
   for (const std::string& column : section.columns) {
-    sql += not_text == NotText::Refuse ? ", " + column : ", CAST(" + column + " AS TEXT) AS " + column;
+    sql += not_text == NotText::Refuse ? ", " : ", CAST(";
+    sql += column;
+    sql += not_text == NotText::Refuse ? "" : " AS TEXT) AS " + column;
   }
   sql += std::string(" FROM ") + section.table + " ORDER BY rowid";
   std::vector<std::string> texts(section.columns.size());

@@ -46,6 +46,18 @@ ExitStatus Refuse(const Context& context, const ImportOptions& options, const Fi
   return ExitStatus::Usage;
 }
 
+std::string InsertStatement(const Section& section) {
+  std::string names;
+  std::string values;
+  for (const std::string& column : section.columns) {
+    names += (names.empty() ? "" : ", ") + column;
+    values += values.empty() ? "CAST(? AS TEXT)" : ", CAST(? AS TEXT)";
+  }
+  std::string sql = "INSERT INTO ";
+  sql.append(section.table).append("(").append(names).append(") VALUES(").append(values).append(")");
+  return sql;
+}
+
 /// Puts the directory in place of the stored one.
 void Write(Database& database, const Directory& directory, Progress& progress) {
   if (database.Texts("PRAGMA encoding") != std::vector<std::string>{"UTF-8"}) {
@@ -60,13 +72,7 @@ void Write(Database& database, const Directory& directory, Progress& progress) {
     const Section& section = Sections.at(number);
     const Rows& rows = directory.at(number);
     database.Run(std::string("DELETE FROM ") + section.table);
-    std::string names;
-    std::string values;
-    for (const std::string& column : section.columns) {
-      names += (names.empty() ? "" : ", ") + column;
-      values += values.empty() ? "CAST(? AS TEXT)" : ", CAST(? AS TEXT)";
-    }
-    Statement insert(database, std::string("INSERT INTO ") + section.table + '(' + names + ") VALUES(" + values + ')');
+    Statement insert(database, InsertStatement(section));
     std::vector<std::string> texts(section.columns.size());
     for (std::size_t row = 0; row < rows.Count(); ++row) {
       for (std::size_t column = 0; column < texts.size(); ++column) {

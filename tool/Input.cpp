@@ -14,7 +14,7 @@ namespace Tool {
 
 namespace {
 
-constexpr std::size_t LargeBytes = 1024 * 1024;
+constexpr std::size_t LargeBytes = 1024UL * 1024UL;
 
 /// The size of a regular file; 0 of anything else, which has none beforehand.
 std::size_t Size(int descriptor) {

@@ -10,7 +10,7 @@ namespace Tool {
 namespace {
 
 constexpr std::uint64_t BarWidth = 40;
-constexpr std::uint64_t Mebibyte = 1024 * 1024;
+constexpr std::uint64_t Mebibyte = 1024UL * 1024UL;
 
 } // namespace
 

@@ -90,7 +90,8 @@ void FillWithHostileRows(BareDatabase& bare, const std::string& table, const std
       values += ", ?";
       texts.push_back(random() % 2 == 0 ? shared[random() % shared.size()] : HostileText(random));
     }
-    bare.Query("INSERT OR IGNORE INTO " + table + "(" + names + ") VALUES(" + values + ")", texts);
+    std::string sql = "INSERT OR IGNORE INTO ";
+    bare.Query(sql.append(table).append("(").append(names).append(") VALUES(").append(values).append(")"), texts);
   }
 }
 
