@@ -106,7 +106,8 @@ void AddHelpCommand(CLI::App& app, Context& context) {
     if (!followed.arguments.empty()) {
       throw Failure(ExitStatus::Usage, NotACommand(*followed.command, followed.arguments.front()));
     }
-    std::cout << followed.command->help();
+    // Its own help() would delegate to the command that is running.
+    std::cout << HelpFormatter().make_help(followed.command, {}, CLI::AppFormatMode::Normal);
     return ExitStatus::Done;
   });
 }

@@ -5,11 +5,13 @@
 #include <csignal>
 #include <cstdlib>
 #include <stdexcept>
+#include <utility>
 
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -133,7 +135,7 @@ ToolResult RunTool(const std::string& database, const std::vector<std::string>& 
 namespace {
 
 ToolResult Converse(const std::string& database, const std::vector<std::string>& command,
-                    const std::vector<std::pair<std::string, std::string>>& dialogue) {
+                    const std::vector<std::pair<std::string, std::string>>& dialogue, int signal = 0) {
   int terminal = -1;
   const pid_t process = forkpty(&terminal, nullptr, nullptr, nullptr);
   if (process == 0) {
@@ -157,9 +159,14 @@ ToolResult Converse(const std::string& database, const std::vector<std::string>&
       const std::string& answer = next->second;
       EXPECT_EQ(write(terminal, answer.data(), answer.size()), static_cast<ssize_t>(answer.size()));
       ++next;
+      if (next == dialogue.end() && signal != 0) {
+        kill(process, signal);
+      }
     }
   }
   EXPECT_EQ(next, dialogue.end()) << "never asked: " << next->first << "\noutput:\n" << result.out;
+  termios settings = {};
+  result.echo = tcgetattr(terminal, &settings) == 0 && (settings.c_lflag & ECHO) != 0;
   close(terminal);
   result.status = WaitFor(process);
   return result;
@@ -168,8 +175,8 @@ ToolResult Converse(const std::string& database, const std::vector<std::string>&
 } // namespace
 
 ToolResult RunToolAtTerminal(const std::string& database, const std::vector<std::string>& arguments,
-                             const std::vector<std::pair<std::string, std::string>>& dialogue) {
-  return Converse(database, ToolCommand(arguments), dialogue);
+                             const std::vector<std::pair<std::string, std::string>>& dialogue, int signal) {
+  return Converse(database, ToolCommand(arguments), dialogue, signal);
 }
 
 ToolResult RunAtTerminal(const std::vector<std::string>& command,
@@ -189,6 +196,77 @@ pid_t StartTool(const std::string& database, const std::vector<std::string>& arg
     Execute(ToolCommand(arguments));
   }
   return process;
+}
+
+ToolProcess::ToolProcess(const std::string& database, const std::vector<std::string>& arguments, Reader reader,
+                         Sigpipe sigpipe) {
+  Pipe in;
+  Pipe out;
+  Pipe err;
+  if (reader == Reader::IsGone) {
+    close(out.ends[0]);
+    out.ends[0] = -1;
+  }
+  m_Process = fork();
+  if (m_Process == 0) {
+    setsid();
+    signal(SIGPIPE, sigpipe == Sigpipe::Ignored ? SIG_IGN : SIG_DFL);
+    dup2(in.ends[0], STDIN_FILENO);
+    dup2(out.ends[1], STDOUT_FILENO);
+    dup2(err.ends[1], STDERR_FILENO);
+    SetDatabase(database);
+    Execute(ToolCommand(arguments));
+  }
+  signal(SIGPIPE, SIG_IGN);
+  close(in.ends[0]);
+  close(out.ends[1]);
+  close(err.ends[1]);
+  m_Input = in.ends[1];
+  m_Output = out.ends[0];
+  m_Errors = err.ends[0];
+}
+
+ToolProcess::~ToolProcess() {
+  if (m_Process > 0) {
+    kill(m_Process, SIGKILL);
+    WaitFor(m_Process);
+  }
+  for (const int descriptor : {m_Input, m_Output, m_Errors}) {
+    if (descriptor >= 0) {
+      close(descriptor);
+    }
+  }
+}
+
+void ToolProcess::Write(const std::string& text) const {
+  EXPECT_EQ(write(m_Input, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+}
+
+std::string ToolProcess::ReadLine() {
+  while (m_Read.find('\n') == std::string::npos) {
+    pollfd watched = {m_Output, POLLIN, 0};
+    if (poll(&watched, 1, TimeoutMilliseconds) != 1 || !ReadSome(m_Output, m_Read)) {
+      ADD_FAILURE() << "the tool wrote no further line; so far: " << m_Read;
+      return {};
+    }
+  }
+  const std::string line = m_Read.substr(0, m_Read.find('\n'));
+  m_Read.erase(0, line.size() + 1);
+  return line;
+}
+
+ToolResult ToolProcess::Finish() {
+  close(std::exchange(m_Input, -1));
+  ToolResult result;
+  std::array<std::pair<int, std::string*>, 2> streams = {{{m_Output, &m_Read}, {m_Errors, &result.err}}};
+  for (auto& [descriptor, text] : streams) {
+    pollfd watched = {descriptor, POLLIN, 0};
+    while (descriptor >= 0 && poll(&watched, 1, TimeoutMilliseconds) == 1 && ReadSome(descriptor, *text)) {
+    }
+  }
+  result.out = std::exchange(m_Read, {});
+  result.status = WaitFor(std::exchange(m_Process, -1));
+  return result;
 }
 
 } // namespace Testing

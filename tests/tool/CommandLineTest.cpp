@@ -1,0 +1,265 @@
+// What all commands have in common: help, mistakes on the command line, the database they name, and their output.
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+
+#include <gmock/gmock.h>
+
+#include "ToolDirectory.h"
+
+namespace Testing {
+namespace {
+
+using ::testing::AnyOf;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+using Command = std::vector<std::string>;
+
+/// One command line for each command that works on a database; "root" and "g" exist.
+const std::vector<Command> Commands = {
+    {"user", "add", "new", "--password-stdin"},
+    {"user", "delete", "root", "--force"},
+    {"user", "list"},
+    {"user", "show", "root"},
+    {"user", "set-groups", "root"},
+    {"user", "set-password", "root", "--password-stdin"},
+    {"user", "set-certificate", "root", "--thumbprint", "0123456789abcdef0123456789abcdef01234567"},
+    {"group", "add", "new"},
+    {"group", "delete", "g"},
+    {"group", "list"},
+    {"group", "show", "g"},
+    {"group", "set-members", "g", "root"},
+    {"filter", "add", "g", "Allow", "GET", "/"},
+    {"filter", "delete", "g", "Allow", "GET", "/"},
+    {"filter", "list"},
+    {"check", "root", "GET", "/"},
+    {"check", "root", "GET", "/", "--explain"},
+    {"check", "--stdin"},
+    {"methods", "root", "/"},
+    {"lint"},
+    {"tune"},
+    {"tune", "--dry-run"},
+    {"export", "-"}};
+
+class CommandLine : public ToolDirectory {
+protected:
+  /// The paths of all commands, as their help lists them.
+  void ForEachCommand(const std::function<void(const Command&, const std::string& help)>& visit,
+                      const Command& path = {}) {
+    Command arguments = path;
+    arguments.emplace_back("--help");
+    const ToolResult result = RunTool("", arguments);
+    ASSERT_EQ(result.status, 0);
+    visit(path, result.out);
+    const std::size_t begin = result.out.find("\nCommands:\n");
+    std::istringstream lines(begin == std::string::npos ? "" : result.out.substr(begin + 11));
+    for (std::string line; std::getline(lines, line) && line.rfind("  ", 0) == 0;) {
+      if (line[2] != ' ') {
+        Command subcommand = path;
+        subcommand.push_back(line.substr(2, line.find(' ', 2) - 2));
+        ForEachCommand(visit, subcommand);
+      }
+    }
+  }
+};
+
+TEST_F(CommandLine, EveryHelpFitsTheScreenAndIsTheSameByHelp) {
+  int commands = 0;
+  ForEachCommand([&commands](const Command& path, const std::string& help) {
+    SCOPED_TRACE(::testing::PrintToString(path));
+    ++commands;
+    Command arguments = {"help"};
+    arguments.insert(arguments.end(), path.begin(), path.end());
+    EXPECT_EQ(RunTool("", arguments).out, help);
+    EXPECT_THAT(help, HasSubstr("\nUsage: perenna-access"));
+    EXPECT_THAT(help, HasSubstr("-h, --help"));
+    std::istringstream lines(help);
+    for (std::string line; std::getline(lines, line);) {
+      EXPECT_LE(line.size(), 100U) << line;
+    }
+  });
+  EXPECT_GT(commands, 20);
+}
+
+TEST_F(CommandLine, MistakesAreNamedAndTheHelpIsPointedOut) {
+  const struct {
+    Command arguments;
+    std::string error;
+  } cases[] = {
+      {{}, "which command of \"perenna-access\"?\n  init "},
+      {{"user"}, "which command of \"perenna-access user\"?\n  add "},
+      {{"usr", "list"},
+       "\"usr\" is not a command of \"perenna-access\"\nDid you mean \"user\"?\n\"perenna-access --help\""},
+      {{"user", "lsit"}, "\"lsit\" is not a command of \"perenna-access user\"\nDid you mean \"list\"?"},
+      {{"help", "user", "lsit"}, "\"lsit\" is not a command of \"perenna-access user\"\nDid you mean \"list\"?"},
+      {{"user", "xyz"}, "\"xyz\" is not a command of \"perenna-access user\"\n\"perenna-access user --help\" tells"},
+      {{"user", "list", "--limt", "3"},
+       "unknown option --limt\nDid you mean \"--limit\"?\n\"perenna-access user list --help\""},
+      {{"user", "list", "--jsn"}, "unknown option --jsn\nDid you mean \"--json\"?"},
+      {{"user", "list", "-x"}, "unknown option -x\n"},
+      {{"user", "list", "3"}, "unexpected argument \"3\""},
+      {{"user", "list", "--limit"}, "--limit needs a value: NUMBER"},
+      {{"user", "list", "--limit", "1", "--limit", "2"}, "--limit is given more than once"},
+      {{"user", "show"}, "USER is missing; usage: perenna-access user show [OPTIONS] USER"},
+      {{"filter", "add", "g", "Allow"}, "METHOD is missing"},
+      {{"-d", "a", "-c", "b", "user", "list"}, "--database and --config cannot be given together"},
+      {{"user", "show", "-rf"}, "unknown option -r"},
+      {{"user", "show", "a", "\x1b[2J"}, "unexpected argument \"\\x1b[2J\""},
+      {{"completion", "tcsh"}, "{bash,fish,zsh}"},
+  };
+  for (const auto& [arguments, error] : cases) {
+    const ToolResult result = RunTool("", arguments);
+    EXPECT_EQ(result.status, 2) << ::testing::PrintToString(arguments);
+    EXPECT_EQ(result.out, "");
+    EXPECT_THAT(result.err, ::testing::StartsWith("perenna-access: "));
+    EXPECT_THAT(result.err, HasSubstr(error)) << ::testing::PrintToString(arguments);
+  }
+}
+
+TEST_F(CommandLine, TheDatabaseIsNamedByOptionConfigurationOrEnvironment) {
+  const std::string other = PathBeside("other.db");
+  std::filesystem::copy_file(File(), other);
+  BareDatabase(other).Run("INSERT INTO groups VALUES('other', 'o')");
+  std::ofstream(PathBeside("host.json")) << R"({"LocalAccessManager": {"DatabaseFilename": ")" << other << R"("}})";
+  std::ofstream(PathBeside("empty.json")) << R"({"LocalAccessManager": {"DatabaseFilename": {}}})";
+  std::ofstream(PathBeside("broken.json")) << "{";
+  const std::string listed = "GROUP  NAME  USERS\nother  o     -\n";
+  Run({
+      {{"group", "list"}, 0, "GROUP  NAME  USERS\n", ""},
+      {{"-d", other, "group", "list"}, 0, listed, ""},
+      {{"group", "list", "--database=" + other}, 0, listed, ""},
+      {{"group", "list", "--config", PathBeside("host.json")}, 0, listed, ""},
+      {{"group", "list", "--database", ""}, 2, "", "--database: the value is empty"},
+      {{"group", "list", "--config", PathBeside("empty.json")}, 2, "", "names no database"},
+      {{"group", "list", "--config", PathBeside("broken.json")}, 2, "", "is not a JSON object"},
+      {{"group", "list", "--config", PathBeside("none.json")}, 2, "", "--config: cannot read"},
+  });
+  EXPECT_THAT(RunTool("", {"group", "list"}).err,
+              HasSubstr("which database? Give --database FILE or --config FILE, or set PERENNA_ACCESS_DATABASE"));
+}
+
+TEST_F(CommandLine, NoCommandButInitCreatesADatabase) {
+  const std::string missing = PathBeside("missing.db");
+  const auto before = Names(Place());
+  for (const Command& command : Commands) {
+    for (const std::string& file : {missing, Place(), PathBeside("no/such.db")}) {
+      const ToolResult result = RunTool(file, command, "password\n");
+      EXPECT_EQ(result.status, 3) << ::testing::PrintToString(command) << file << result.out;
+      EXPECT_THAT(result.err, HasSubstr("does not exist or is not a file")) << ::testing::PrintToString(command);
+    }
+    EXPECT_EQ(Names(Place()), before) << ::testing::PrintToString(command);
+  }
+}
+
+TEST_F(CommandLine, AFileThatIsNoAccessDatabaseStaysAsItIs) {
+  const std::string file = PathBeside("other");
+  const std::string whole = Contents(File());
+  for (const char* const kind : {"empty", "text", "other tables", "a column short", "cut off"}) {
+    std::ofstream(file, std::ios::trunc | std::ios::binary);
+    if (kind == std::string("text")) {
+      std::ofstream(file) << std::string(3000, 'x');
+    } else if (kind == std::string("other tables")) {
+      BareDatabase(file).Run("CREATE TABLE users(name TEXT); INSERT INTO users VALUES('mine')");
+    } else if (kind == std::string("a column short")) {
+      std::filesystem::copy_file(File(), file, std::filesystem::copy_options::overwrite_existing);
+      BareDatabase(file).Run("ALTER TABLE filters DROP COLUMN action");
+    } else if (kind == std::string("cut off")) {
+      std::ofstream(file, std::ios::binary) << whole.substr(0, 2000);
+    }
+    const std::string before = Contents(file);
+    const auto names = Names(Place());
+    for (const Command& command : Commands) {
+      const ToolResult result = RunTool(file, command, "password\n");
+      EXPECT_EQ(result.status, 3) << kind << ::testing::PrintToString(command) << result.out;
+      EXPECT_THAT(result.err, HasSubstr("is not an access database")) << kind << ::testing::PrintToString(command);
+      EXPECT_TRUE(Contents(file) == before) << kind << ::testing::PrintToString(command);
+      EXPECT_EQ(Names(Place()), names) << kind << ::testing::PrintToString(command);
+    }
+  }
+}
+
+TEST_F(CommandLine, AReaderThatHasGoneAwayEndsTheOutputQuietly) {
+  std::string rows;
+  for (int i = 0; i < 2000; ++i) { // more than any buffer
+    rows += "INSERT INTO users VALUES('user" + std::to_string(i) + "', 'sha256', 'x', '', '');";
+  }
+  Sql("BEGIN;" + rows + "COMMIT");
+  for (const Command& command : std::vector<Command>{{"user", "list"},
+                                                     {"user", "list", "--json"},
+                                                     {"check", "root", "GET", "/"},
+                                                     {"help"},
+                                                     {"manual"},
+                                                     {"user", "list", "--limit", "1"}}) {
+    for (const auto sigpipe : {ToolProcess::Sigpipe::Default, ToolProcess::Sigpipe::Ignored}) {
+      ToolProcess tool(File(), command, ToolProcess::Reader::IsGone, sigpipe);
+      const ToolResult result = tool.Finish();
+      EXPECT_EQ(result.err, "") << ::testing::PrintToString(command);
+      EXPECT_EQ(result.status, sigpipe == ToolProcess::Sigpipe::Default ? 128 + SIGPIPE : 3)
+          << ::testing::PrintToString(command);
+    }
+  }
+  // A stream ends, although more questions wait.
+  ToolProcess stream(File(), {"check", "--stdin"}, ToolProcess::Reader::IsGone, ToolProcess::Sigpipe::Ignored);
+  stream.Write("GET / root\n");
+  EXPECT_EQ(WaitFor(stream.Id()), 3);
+}
+
+TEST_F(CommandLine, OutputThatCannotBeWrittenIsAFailure) {
+  for (const std::string command : {"user list", "check root GET /", "check root GET / --explain --json", "group list",
+                                    "help", "--version", "user list --help", "manual", "completion bash"}) {
+    for (const std::string target : {">/dev/full", ">&-"}) {
+      const ToolResult result =
+          RunAtTerminal({"/bin/sh", "-c", "PERENNA_ACCESS_DATABASE='" + File() + "' \"$0\" " + command + " " + target,
+                         PERENNA_ACCESS_TOOL},
+                        {});
+      EXPECT_EQ(result.status, 3) << command << target;
+      EXPECT_THAT(result.out, HasSubstr("perenna-access: the output could not be written")) << command << target;
+    }
+  }
+}
+
+TEST_F(CommandLine, AdministratorsAtOnceLoseNothing) {
+  constexpr int Administrators = 6;
+  constexpr int Rounds = 4;
+  Sql("INSERT INTO groups VALUES('g', 'g')");
+  for (int round = 0; round < Rounds; ++round) {
+    std::vector<std::pair<Command, pid_t>> running;
+    for (int i = 0; i < Administrators; ++i) {
+      const std::string id = std::to_string(round) + "-" + std::to_string(i);
+      const Command command = i % 3 == 0
+                                  ? Command{"user", "add", id, "--group", "g", "--thumbprint", std::string(40, '1')}
+                              : i % 3 == 1 ? Command{"group", "add", id}
+                                           : Command{"filter", "add", "g", "Allow", "GET", id};
+      running.emplace_back(command, StartTool(File(), command));
+    }
+    for (const auto& [command, process] : running) {
+      EXPECT_EQ(WaitFor(process), 0) << ::testing::PrintToString(command);
+    }
+  }
+  const std::string each = std::to_string(Administrators / 3 * Rounds);
+  for (const char* const count :
+       {"users WHERE user_id <> 'root'", "groups WHERE group_id <> 'g'", "filters", "groupusers"}) {
+    EXPECT_EQ(Query(std::string("SELECT count(*) FROM ") + count).front().front(), each) << count;
+  }
+}
+
+TEST_F(CommandLine, AFileLockedByAnotherProgramIsWaitedForOrSaidToBeBusy) {
+  const Command add = {"group", "add", "g"};
+  {
+    BareDatabase holder(File());
+    holder.Run("BEGIN EXCLUSIVE");
+    const ToolResult busy = Tool(add);
+    EXPECT_EQ(busy.status, 3);
+    EXPECT_THAT(busy.err, HasSubstr("is busy: another program holds it locked"));
+    const pid_t waiting = StartTool(File(), add);
+    holder.Run("ROLLBACK");
+    EXPECT_EQ(WaitFor(waiting), 0);
+  }
+  EXPECT_EQ(Query("SELECT group_id FROM groups").size(), 1U);
+}
+
+} // namespace
+} // namespace Testing

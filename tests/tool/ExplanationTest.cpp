@@ -1,0 +1,158 @@
+// Over generated directories: the explanation, the list of methods and the stream never disagree with the module's own
+// verdict, and what they say about single filters is true.
+
+#include <algorithm>
+#include <random>
+
+#include <regex.h>
+
+#include <gtest/gtest.h>
+
+#include "Explanation.h"
+#include "ToolDirectory.h"
+
+namespace Testing {
+namespace {
+
+constexpr int Directories = 25;
+constexpr int RequestsToEach = 30;
+
+const std::vector<std::string> Users = {"ann", "bob", "an n", "\xc3\xbc", "' OR 1=1 --"};
+const std::vector<std::string> Groups = {"a", "b", "c"};
+const std::vector<std::string> Methods = {"GET", "PUT", "POST", "get", "BREW", ""};
+const std::vector<std::string> Actions = {"Allow", "Allow", "Allow", "Deny", "deny", "ALLOW", "", "Allow "};
+const std::vector<std::string> Patterns = {
+    "^/a", "/a$",      "b+",    ".",   "",    "(",           "[",  "a{2", "^$", "\\", "^/(a|b)/[0-9]+$",
+    "x*",  "\xc3\xbc", "^[^/]", "^b$", "a.b", "(^|/)b(/|$)", "\n", "%",   "$^"};
+const std::vector<std::string> Urls = {"/a",   "/a/7", "/b/12",     "/",      "",  "/aab",
+                                       "b\nb", "a\nb", "/\xc3\xbc", "/x?y=b", "%", "/c"};
+
+class ExplanationProperty : public ToolDirectory {
+protected:
+  const std::string& One(const std::vector<std::string>& texts) {
+    return texts[std::uniform_int_distribution<std::size_t>(0, texts.size() - 1)(m_Random)];
+  }
+  bool Chance(double probability) { return std::bernoulli_distribution(probability)(m_Random); }
+
+  void Generate() {
+    BareDatabase database(File());
+    database.Run("BEGIN; DELETE FROM users; DELETE FROM groups; DELETE FROM groupusers; DELETE FROM filters");
+    for (const std::string& user : Users) {
+      if (Chance(0.8)) {
+        database.Query("INSERT INTO users VALUES(?1, 'plain_pw', 'x', '', '')", {user});
+      }
+      for (const std::string& group : Groups) {
+        for (int copies = Chance(0.5) ? 1 + Chance(0.2) : 0; copies > 0; --copies) {
+          database.Query("INSERT INTO groupusers VALUES(?1, ?2)", {group, user});
+        }
+      }
+    }
+    const int filters = std::uniform_int_distribution<int>(0, 25)(m_Random);
+    for (int i = 0; i < filters; ++i) {
+      const std::vector<std::string> row = {One(Methods), One(Groups), One(Patterns), One(Actions)};
+      database.Query("INSERT INTO filters VALUES(?1, ?2, ?3, ?4)", row);
+      if (Chance(0.1)) {
+        database.Query("INSERT INTO filters VALUES(?1, ?2, ?3, ?4)", row);
+      }
+    }
+    database.Run("COMMIT");
+  }
+
+  std::mt19937 m_Random;
+};
+
+/// What the pattern matches in the URL, by the C library alone; false for no match.
+bool Match(const std::string& pattern, const std::string& url, std::string& part) {
+  regex_t compiled;
+  if (pattern.empty() || regcomp(&compiled, pattern.c_str(), REG_EXTENDED | REG_NEWLINE) != 0) {
+    return false;
+  }
+  regmatch_t match;
+  const bool matches = regexec(&compiled, url.c_str(), 1, &match, 0) == 0;
+  part = matches
+             ? url.substr(static_cast<std::size_t>(match.rm_so), static_cast<std::size_t>(match.rm_eo - match.rm_so))
+             : "";
+  regfree(&compiled);
+  return matches;
+}
+
+void ExpectTrue(const Tool::Explanation& explanation, const std::string& method, const std::string& url) {
+  bool denied = false;
+  bool allowed = false;
+  std::size_t deciders = 0;
+  for (const Tool::ExplainedFilter& filter : explanation.filters) {
+    std::string part;
+    const bool matches = Match(filter.pattern, url, part);
+    EXPECT_EQ(filter.matches, matches) << filter.pattern;
+    EXPECT_EQ(filter.part, part) << filter.pattern;
+    EXPECT_EQ(filter.names_method, filter.method == method);
+    if (filter.decides) {
+      ++deciders;
+      EXPECT_TRUE(matches && filter.method == method);
+      EXPECT_EQ(filter.action, explanation.allowed ? "Allow" : "Deny");
+      EXPECT_EQ(&filter, &explanation.filters.front());
+    }
+    denied = denied || (matches && filter.method == method && filter.action == "Deny");
+    allowed = allowed || (matches && filter.method == method && filter.action == "Allow");
+  }
+  EXPECT_EQ(explanation.allowed, allowed && !denied);
+  EXPECT_EQ(deciders, allowed || denied ? 1U : 0U);
+}
+
+TEST_F(ExplanationProperty, AgreesWithTheModule) {
+  const auto seed = std::random_device()();
+  m_Random.seed(seed);
+  Tool::Module module(File());
+  Tool::Database database(File(), Tool::Database::Access::Read);
+  for (int directory = 0; directory < Directories && !HasFailure(); ++directory) {
+    Generate();
+    for (int request = 0; request < RequestsToEach && !HasFailure(); ++request) {
+      const auto method = static_cast<Perenna::Method_t>(m_Random() % Perenna::METH_MAX);
+      const std::string& url = One(Urls);
+      const std::string& user = One(Users);
+      SCOPED_TRACE("seed " + std::to_string(seed) + ", directory " + std::to_string(directory) + ": " +
+                   MethodToString(method) + " " + ::testing::PrintToString(url) + " " + ::testing::PrintToString(user));
+      const Perenna::HTTPRequest asked(method, url);
+      const bool verdict = module.Manager().TestRequestForUser(asked, user);
+      const Tool::Explanation explanation = Tool::Explain(module, database, asked, user);
+      EXPECT_EQ(explanation.allowed, verdict) << explanation.Reason();
+      ExpectTrue(explanation, MethodToString(method), url);
+
+      Perenna::PListArray listed;
+      module.Manager().GetOptionsMethods(asked, user, listed);
+      const auto names = Texts(listed);
+      EXPECT_EQ(std::count(names.begin(), names.end(), MethodToString(method)), verdict ? 1 : 0);
+    }
+  }
+}
+
+TEST_F(ExplanationProperty, TheBinarySaysTheSame) {
+  const auto seed = std::random_device()();
+  m_Random.seed(seed);
+  Generate();
+  Tool::Module module(File());
+  const std::vector<std::string> plain_methods(Methods.begin(), Methods.begin() + 3);
+  const std::vector<std::string> plain_urls(Urls.begin(), Urls.begin() + 3);
+  std::string questions;
+  std::string answers;
+  for (int request = 0; request < 12; ++request) {
+    const std::string& method = One(plain_methods);
+    const std::string& url = One(plain_urls);
+    const std::string& user = One(Users);
+    SCOPED_TRACE("seed " + std::to_string(seed) + ": " + method + " " + url + " " + user);
+    Perenna::Method_t code = Perenna::METH_MAX;
+    ASSERT_TRUE(Perenna::StringToMethod(method, code));
+    const bool verdict = module.Manager().TestRequestForUser(Perenna::HTTPRequest(code, url), user);
+    const int status = verdict ? 0 : 1;
+    questions.append(method).append(" ").append(url).append(" ").append(user).append("\n");
+    answers += verdict ? "allowed\n" : "refused\n";
+    EXPECT_EQ(Tool({"check", user, method, url}).status, status);
+    EXPECT_EQ(Json({"check", user, method, url, "--explain"}, status)["allowed"], verdict);
+    const std::string methods = "\n" + Tool({"methods", user, url}).out;
+    EXPECT_EQ(methods.find("\n" + method + "\n") != std::string::npos, verdict) << methods;
+  }
+  EXPECT_EQ(Tool({"check", "--stdin"}, questions).out, answers) << "seed " << seed;
+}
+
+} // namespace
+} // namespace Testing
