@@ -21,42 +21,33 @@ struct Index {
 };
 
 constexpr std::array<Index, 4> Indexes = {{
-    {"perenna_tune_filters", "filters", "filters(group_id, method)", "1000000 100 25",
+    {"perenna_tune_filters", "filters", "filters(group_id, method)", "1000000 8 2",
      "a decision reads the filters of the user's own groups for the request's method, not all filters"},
-    {"perenna_tune_user_groups", "groupusers", "groupusers(user_id, group_id)", "1000000 5 1",
+    {"perenna_tune_user_groups", "groupusers", "groupusers(user_id, group_id)", "1000000 4 1",
      "the groups of a user are found without reading every membership, in a decision and in the listing of users"},
-    {"perenna_tune_group_users", "groupusers", "groupusers(group_id, user_id)", "1000000 100 1",
+    {"perenna_tune_group_users", "groupusers", "groupusers(group_id, user_id)", "1000000 8 1",
      "the members of a group are found without reading every membership, in the listing and when a group changes"},
     {"perenna_tune_certificates", "users", "users(auth_value) WHERE auth_method = 'tls_client_certificate'",
      "1000000 1", "the user of a client certificate is found without reading every user; passwords are not indexed"},
 }};
 
-// What the module asks, and the index that must answer; null where rows come in the order of the table, which an index
-// would change.
-struct Plan {
-  const char* statement;
-  const char* index;
+// What the module asks. Its listings are to come in the order of the table, which an index would change; everything
+// else is to be found without reading a table whole.
+constexpr std::array<const char*, 3> Listings = {"SELECT * FROM users", "SELECT * FROM groups",
+                                                 "SELECT * FROM filters"};
+constexpr std::array<const char*, 9> Lookups = {
+    "SELECT * FROM users WHERE user_id = ?",
+    "SELECT * FROM users WHERE auth_method = 'tls_client_certificate' AND auth_value = ?",
+    "SELECT DISTINCT group_id FROM groupusers WHERE user_id = ? ORDER BY group_id",
+    "SELECT user_id FROM groupusers WHERE group_id = ? ORDER BY user_id",
+    "DELETE FROM groupusers WHERE user_id = ?",
+    "DELETE FROM groupusers WHERE group_id = ?",
+    "DELETE FROM filters WHERE method = ? AND group_id = ? AND filter = ? AND action = ?",
+    "SELECT DISTINCT action FROM filters WHERE method = ? AND group_id IN ( SELECT DISTINCT group_id FROM groupusers "
+    "WHERE user_id = ? ) AND ? REGEXP filter",
+    "SELECT DISTINCT method, action FROM filters WHERE group_id IN ( SELECT DISTINCT group_id FROM groupusers WHERE "
+    "user_id = ? ) AND ? REGEXP filter",
 };
-
-constexpr std::array<Plan, 12> Plans = {{
-    {"SELECT * FROM users", nullptr},
-    {"SELECT * FROM groups", nullptr},
-    {"SELECT * FROM filters", nullptr},
-    {"SELECT DISTINCT action FROM filters WHERE method = ? AND group_id IN ( SELECT DISTINCT group_id FROM groupusers "
-     "WHERE user_id = ? ) AND ? REGEXP filter",
-     "perenna_tune_filters"},
-    {"SELECT DISTINCT method, action FROM filters WHERE group_id IN ( SELECT DISTINCT group_id FROM groupusers WHERE "
-     "user_id = ? ) AND ? REGEXP filter",
-     "perenna_tune_filters"},
-    {"DELETE FROM filters WHERE method = ? AND group_id = ? AND filter = ? AND action = ?", "perenna_tune_filters"},
-    {"SELECT DISTINCT group_id FROM groupusers WHERE user_id = ? ORDER BY group_id", "perenna_tune_user_groups"},
-    {"DELETE FROM groupusers WHERE user_id = ?", "perenna_tune_user_groups"},
-    {"SELECT user_id FROM groupusers WHERE group_id = ? ORDER BY user_id", "perenna_tune_group_users"},
-    {"DELETE FROM groupusers WHERE group_id = ?", "perenna_tune_group_users"},
-    {"SELECT * FROM users WHERE auth_method = 'tls_client_certificate' AND auth_value = ?",
-     "perenna_tune_certificates"},
-    {"SELECT * FROM users WHERE user_id = ?", "sqlite_autoindex_users_1"},
-}};
 
 constexpr const char* WriteAheadLog = "wal";
 constexpr const char* RollbackJournal = "delete";
@@ -122,24 +113,29 @@ TuneStep SetJournalMode(const std::string& mode, const std::string& why) {
   return {"journal_mode", mode, "set", {"PRAGMA journal_mode = " + mode}, why};
 }
 
-/// Makes sure that SQLite would answer the module's statements as intended.
+/// Throws when the plan that SQLite makes for a statement holds what it must not.
+void CheckPlan(Database& database, const std::string& statement, const char* unwanted) {
+  std::string plan;
+  Statement(database, "EXPLAIN QUERY PLAN " + statement).ForEach({}, [&plan](const Perenna::PListDict& row) {
+    plan += (plan.empty() ? "" : "; ") + Field(row, "detail");
+  });
+  if (plan.find(unwanted) != std::string::npos) {
+    throw Failure(ExitStatus::Failed, "SQLite " + std::string(sqlite3_libversion()) + " would run \"" + statement +
+                                          "\" as \"" + Shown(plan) +
+                                          "\", which is not what the indexes are for; nothing was changed");
+  }
+}
+
 void CheckPlans(Database& database) {
   // Only planned, never run: the real one is the module's.
   sqlite3_create_function(
       database.Handle(), "regexp", 2, SQLITE_UTF8, nullptr,
       [](sqlite3_context* context, int, sqlite3_value**) { sqlite3_result_int(context, 0); }, nullptr, nullptr);
-  for (const Plan& plan : Plans) {
-    std::string details;
-    Statement(database, std::string("EXPLAIN QUERY PLAN ") + plan.statement)
-        .ForEach({}, [&details](const Perenna::PListDict& row) { details += Field(row, "detail") + "; "; });
-    const std::string wanted = plan.index == nullptr ? "" : std::string(" INDEX ") + plan.index + " ";
-    const bool intended = plan.index == nullptr ? details.find(" INDEX ") == std::string::npos
-                                                : details.find(wanted) != std::string::npos;
-    if (!intended) {
-      throw Failure(ExitStatus::Failed, "SQLite " + std::string(sqlite3_libversion()) + " would run \"" +
-                                            plan.statement + "\" as \"" + Shown(details) +
-                                            "\", which is not what the indexes are for; nothing was changed");
-    }
+  for (const char* const statement : Listings) {
+    CheckPlan(database, statement, "perenna_tune_");
+  }
+  for (const char* const statement : Lookups) {
+    CheckPlan(database, statement, "SCAN ");
   }
 }
 
@@ -155,22 +151,6 @@ void RunAll(Database& database, const std::vector<TuneStep>& steps, const std::s
 
 bool HasStep(const std::vector<TuneStep>& steps, const std::string& what) {
   return std::any_of(steps.begin(), steps.end(), [&what](const TuneStep& step) { return step.what == what; });
-}
-
-/// Takes the journal mode back when nobody could open the file in it: where there is no memory to share, for instance.
-void CheckWriteAheadLog(Database& database) {
-  try {
-    if (JournalMode(database) == WriteAheadLog) {
-      database.Number("SELECT count(*) FROM users");
-      return;
-    }
-  } catch (const Failure&) {
-    database.Run("PRAGMA locking_mode = EXCLUSIVE"); // does without the shared memory
-    database.Run("PRAGMA journal_mode = DELETE");
-  }
-  throw Failure(ExitStatus::Failed, "WAL does not work where the database " + Quoted(database.File()) +
-                                        " is, and its journal mode stays as it was; indexes and statistics are in "
-                                        "place");
 }
 
 } // namespace
@@ -242,7 +222,6 @@ void Tune(Database& database, const std::vector<TuneStep>& steps) {
     database.Number("SELECT count(*) FROM version_info"); // takes the lock when there was no transaction
     database.Run("PRAGMA locking_mode = NORMAL");         // gives it back after the switch
     RunAll(database, steps, "journal_mode");
-    CheckWriteAheadLog(database);
   }
 }
 
@@ -260,6 +239,31 @@ void Undo(Database& database, const std::vector<TuneStep>& steps) {
   RunAll(database, steps, "index");
   RunAll(database, steps, "statistics");
   transaction.Commit();
+}
+
+void CheckWriteAheadLog(const std::string& file) {
+  try {
+    Database database(file, Database::Access::Write);
+    if (JournalMode(database) == WriteAheadLog) {
+      try {
+        const Transaction probe(database);
+      } catch (const Failure&) {
+        if ((sqlite3_errcode(database.Handle()) & 0xff) != SQLITE_BUSY) { // who writes there proves that it works
+          throw;
+        }
+      }
+      return;
+    }
+  } catch (const Failure&) {
+    // A connection that is exclusive before it reads shares no memory.
+    sqlite3* handle = nullptr;
+    if (sqlite3_open_v2(file.c_str(), &handle, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
+      sqlite3_exec(handle, "PRAGMA locking_mode = EXCLUSIVE; PRAGMA journal_mode = DELETE", nullptr, nullptr, nullptr);
+    }
+    sqlite3_close_v2(handle);
+  }
+  throw Failure(ExitStatus::Failed, "write-ahead logging does not work where the database " + Quoted(file) +
+                                        " is, and its journal mode was set back; indexes and statistics are in place");
 }
 
 } // namespace Tool

@@ -29,4 +29,8 @@ std::vector<TuneStep> StepsToUndo(Database& database);
 void Tune(Database& database, const std::vector<TuneStep>& steps);
 void Undo(Database& database, const std::vector<TuneStep>& steps);
 
+/// To be called after `Tune`, its connection closed: when the file can then not be written, because there is no memory
+/// to share for instance, takes the journal mode back and throws `Failure`.
+void CheckWriteAheadLog(const std::string& file);
+
 } // namespace Tool

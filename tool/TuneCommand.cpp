@@ -46,6 +46,9 @@ ExitStatus RunTune(const Context& context, const TuneOptions& options) {
       after = FileBytes(database);
     }
   }
+  if (!options.dry_run && !options.undo && !steps.empty()) {
+    CheckWriteAheadLog(file);
+  }
   if (context.WantsJson()) {
     Json changes = Json::array();
     for (const TuneStep& step : steps) {
