@@ -47,7 +47,8 @@ TEST(Certificates, ThumbprintIsTheOneThatToolsPrintAndMalformedOnesChangeNothing
   }
   EXPECT_FALSE(DecodeDER(certificate, made.der + '\0')) << "something follows";
   std::string encrypted = made.pem; // must not ask for a passphrase on the terminal
-  encrypted.insert(encrypted.find('\n') + 1, "Proc-Type: 4,ENCRYPTED\nDEK-Info: AES-128-CBC,00000000\n\n");
+  encrypted.insert(encrypted.find('\n') + 1,
+                   "Proc-Type: 4,ENCRYPTED\nDEK-Info: AES-128-CBC," + std::string(32, '0') + "\n\n");
   for (const std::string& text : {std::string(), made.key, encrypted, made.der, made.pem.substr(0, 200)}) {
     EXPECT_EQ(certificate.DecodePEM(text), Tarn::RESULT_PARAM) << text;
   }

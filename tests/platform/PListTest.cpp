@@ -148,6 +148,7 @@ TEST(Json, EveryKindHasItsForm) {
   EXPECT_EQ(Encode(PListData(IT_STRING, "\xff")), "\"\xef\xbf\xbd\"");
   EXPECT_EQ(Encode(PListData(IT_DATE, "2026-01-31")), "\"2026-01-31\"");
   EXPECT_EQ(Encode(PListData(IT_REAL, "3")), "3.0") << "stays a real";
+  EXPECT_EQ(Encode(*Parse("9223372036854775808")), "9.223372036854776e+18");
   const auto tree = Parse(R"({ "a":{"b":[1]}, "":[{}, [], null, 1, -2.5], "a":{"b":"x"} })");
   ASSERT_NE(tree, nullptr);
   EXPECT_EQ(Encode(*tree), R"({"":[{},[],null,1,-2.5],"a":{"b":"x"}})") << "of a key given twice the last value stays";

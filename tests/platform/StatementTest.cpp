@@ -127,8 +127,14 @@ TEST_F(Statements, WhatCannotBeBoundIsRefusedBeforeAnyStep) {
   EXPECT_EQ(m_Log.Take(), Expected("", 0, {"ArgNames must be present to use PListDict input.\n"}));
   query.PushArgName("first");
   query.PushArgName("second"); // its placeholder does not exist, which is not logged
-  EXPECT_EQ(query.Exec(Dict({{"first", "1"}, {"second", "2"}})), RESULT_DB_FAILURE);
-  EXPECT_EQ(query.Exec("1", "2"), RESULT_DB_FAILURE);
+  SimpleQuery two(m_db, "INSERT INTO t VALUES (coalesce(?1, 'x') || ?2)");
+  two.PushArgName("first");
+  two.PushArgName("second");
+  sqlite3_limit(m_db, SQLITE_LIMIT_LENGTH, 100); // a first text that fails must not be forgotten over the second
+  for (const auto& [statement, first] : {std::pair(&query, std::string("1")), {&two, std::string(101, '1')}}) {
+    EXPECT_EQ(statement->Exec(Dict({{"first", first}, {"second", "2"}})), RESULT_DB_FAILURE);
+    EXPECT_EQ(statement->Exec(first, "2"), RESULT_DB_FAILURE);
+  }
   EXPECT_EQ(m_Log.Take(), Lines{});
   const std::pair<PListItem*, std::string> refused[] = {
       {new PListDict, "Item type is not scalar.\n"},
