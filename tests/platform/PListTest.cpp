@@ -43,6 +43,7 @@ TEST(PropertyLists, ContainersOwnTheVeryItemsTheyAreGiven) {
   struct Counted : PListData {
     ~Counted() override { ++s_destroyed; }
   };
+  s_destroyed = 0;
   auto dict = std::make_unique<PListDict>();
   auto* const array = new PListArray;
   dict->SetItem("array", array);
