@@ -42,7 +42,8 @@ public:
 
 /// The process's log sink: the one installed last, else one that writes stamped lines to standard error, each with a
 /// single `write`: "2026-01-31T12:00:00+00:00 ERROR text". That default leaves out LOG_DEBUG unless
-/// `SetDefaultLogDebug(true)`, writes control characters as \xNN and cuts lines at 4,096 bytes. Thread-safe.
+/// `SetDefaultLogDebug(true)`, writes bytes other than printable ASCII as \xNN and cuts lines at 4,096 bytes.
+/// Thread-safe.
 TN_API ILogSink& DefaultLogSink() noexcept;
 
 /// Installs `sink`, or the built-in default when it is null, and returns the one installed before (null for the

@@ -178,7 +178,8 @@ Result_t PListItem::EncodeJSON(std::string& json) const {
 
 PListItem* PListItem::CreateFromJSON(const std::string& json) {
   Builder builder;
-  return Json::sax_parse(json, &builder) ? builder.Take().release() : nullptr;
+  // The parser takes a NUL for the end of the text.
+  return json.find('\0') == std::string::npos && Json::sax_parse(json, &builder) ? builder.Take().release() : nullptr;
 }
 
 } // namespace Perenna

@@ -75,7 +75,7 @@ private:
         cut = true;
         break;
       }
-      if (byte < 0x20 || byte == 0x7f) {
+      if (byte < 0x20 || byte >= 0x7f) {
         std::array<char, EscapeBytes + 1> escape{};
         static_cast<void>(std::snprintf(escape.data(), escape.size(), "\\x%02x", static_cast<unsigned>(byte)));
         line += escape.data();

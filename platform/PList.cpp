@@ -66,7 +66,8 @@ bool PListData::GetValue(double& value) const noexcept {
 bool PListData::GetValue(Tarn::ByteString& value) const {
   static_cast<void>(value.Set(nullptr, 0));
   unsigned count = 0;
-  if (m_value.size() > UINT_MAX || value.Capacity(static_cast<unsigned>(m_value.size())).Failed() ||
+  if (m_value.size() > UINT_MAX || m_value.find('\0') != std::string::npos ||
+      value.Capacity(static_cast<unsigned>(m_value.size())).Failed() ||
       Tarn::base64decode(m_value.c_str(), value.Data(), value.Capacity(), &count) != 0) {
     return false;
   }

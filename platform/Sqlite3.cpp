@@ -123,8 +123,10 @@ Tarn::Result_t SimpleQuery::StepExec(int rc) {
   if (!done) {
     Tarn::DefaultLogSink().Error("Error stepping statement %s: %s\n", m_QueryString.c_str(), sqlite3_errmsg(m_db));
   }
-  sqlite3_reset(m_StmtHandle);
-  sqlite3_clear_bindings(m_StmtHandle);
+  if (m_StmtHandle != nullptr) { // null for a text that holds no statement, such as a comment
+    sqlite3_reset(m_StmtHandle);
+    sqlite3_clear_bindings(m_StmtHandle);
+  }
   return done ? Tarn::RESULT_FALSE : RESULT_DB_FAILURE;
 }
 

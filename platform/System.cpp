@@ -60,13 +60,16 @@ char* Timestamp::EncodeString(char* buffer, unsigned length) const noexcept {
       parts.tm_year > 9999 - 1900) {
     return nullptr;
   }
-  // The zone is spelled out: strftime's %z would leave out the colon.
-  return std::strftime(buffer, length, "%Y-%m-%dT%H:%M:%S+00:00", &parts) == DateTimeLen ? buffer : nullptr;
+  // Not strftime: its %Y does not pad, its %z leaves out the colon.
+  const int count = std::snprintf(buffer, length, "%04d-%02d-%02dT%02d:%02d:%02d+00:00", parts.tm_year + 1900,
+                                  parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
+  TN_REQUIRE(count == static_cast<int>(DateTimeLen), "a time stamp has its length");
+  return buffer;
 }
 
 bool PathIsFile(const std::string& path) {
   struct stat status {};
-  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+  return path.find('\0') == std::string::npos && stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
 void sleep_ms(unsigned milliseconds) noexcept {

@@ -11,8 +11,11 @@ namespace Perenna {
 /// A compiled POSIX extended regular expression (IEEE Std 1003.1, 9.4) with REG_NEWLINE: "^" and "$" also match at
 /// line breaks, "." and non-matching bracket lists do not match one.
 ///
-/// Patterns are hostile input. One that nests more than 250 groups, or whose repetition counts expand to more than
-/// 100,000 elements, is refused as too big before the C library sees it, which would exhaust the stack or memory.
+/// Patterns are hostile input, and the C library would let them exhaust the stack or memory. One that nests more than
+/// 250 groups, or whose repetition counts expand to more than 100,000 elements or 3,000 elements that may be left out
+/// or chosen between, is refused as too big; one with a back-reference ("\1", undefined in extended expressions) is
+/// refused too. The time of a match has no bound of its own: it grows with pattern and text, in bad cases with their
+/// product and more.
 ///
 /// Not copied. `match` may run on several threads at once.
 class TN_API RegularExpression {

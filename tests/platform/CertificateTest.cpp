@@ -1,5 +1,7 @@
 // Certificates: thumbprints, malformed and encrypted forms.
 
+#include <openssl/err.h>
+
 #include "Helpers.h"
 #include "PN_x509.h"
 
@@ -53,4 +55,5 @@ TEST(Certificates, ThumbprintIsTheOneThatToolsPrintAndMalformedOnesChangeNothing
     EXPECT_EQ(certificate.DecodePEM(text), Tarn::RESULT_PARAM) << text;
   }
   EXPECT_EQ(Thumbprint(certificate), made.thumbprint);
+  EXPECT_EQ(ERR_peek_error(), 0U) << "the host's TLS code reads this queue";
 }

@@ -123,7 +123,8 @@ TEST(PropertyLists, TypedReadsTakeTheWholeTextOrNothing) {
     check(text, 55LL, as_int64);
     check(text, 55.0, as_real);
   }
-  for (const char* text : {"A", "AP8", "AP8=\n", "A*8=", "AP8=AP8="}) {
+  for (const std::string& text :
+       {std::string("AP8=\0!", 6), std::string("A"), std::string("AP8"), std::string("AP8=\n")}) {
     Tarn::ByteString bytes;
     EXPECT_EQ(bytes.Set(Testing::Octets("old"), 3), Tarn::RESULT_OK);
     EXPECT_TRUE(!PListData(IT_DATA, text).GetValue(bytes) && bytes.Length() == 0) << text;
@@ -160,6 +161,7 @@ TEST(Json, MalformedAndHostileTextsAreRefused) {
                            "\"\\ud800\"", "\"\xff\"", "\"\xc0\x80\"", "[1,2", "]"}) {
     EXPECT_EQ(Parse(json), nullptr) << json;
   }
+  EXPECT_EQ(Parse(std::string("1\0]", 3)), nullptr);
   EXPECT_EQ(Parse(Repeat("[", 1000000)), nullptr);
   for (const auto& [open, close] : {std::pair("[", "]"), {"{\"a\":", "}"}}) {
     const std::string deepest = Repeat(open, 200) + "1" + Repeat(close, 200);

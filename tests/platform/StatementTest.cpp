@@ -166,6 +166,8 @@ TEST_F(Statements, RefusedTextsAndStepErrorsAreLoggedAndLeaveTheStatementUsable)
                                     "failed: u.x\n"}));
   EXPECT_EQ(query.Exec(), Tarn::RESULT_FALSE);
   EXPECT_EQ(m_Other.Query("SELECT x FROM u WHERE x IS NULL").size(), 1U) << "bindings are cleared";
+  EXPECT_EQ(SimpleQuery(m_db, "-- no statement").Exec(), RESULT_DB_FAILURE);
+  EXPECT_EQ(m_Log.Take().size(), 1U);
   EXPECT_DEATH(SimpleQuery(nullptr, "SELECT 1"), "fatal: m_db!=0");
   EXPECT_DEATH(SimpleQuery(m_db, ""), "fatal: !m_QueryString\\.empty\\(\\)");
 }

@@ -26,6 +26,8 @@ TEST(Timestamps, HoldTheTimeOfTheirConstructionAndEncodeItInUtc) {
                          {-30610224000, "1000-01-01T00:00:00+00:00"},
                          {253402300800, nullptr},
                          {253402300799, "9999-12-31T23:59:59+00:00"},
+                         {-62135596800, "0001-01-01T00:00:00+00:00"},
+                         {-62167219201, nullptr},
                          {INT64_MIN, nullptr},
                          {INT64_MAX, nullptr}};
   for (const auto& [seconds, text] : known) {
@@ -43,6 +45,7 @@ TEST(Files, OnlyRegularFilesCount) {
   for (const std::string name : {"file", "link", "dangling", "absent", "file/x", "."}) {
     EXPECT_EQ(Tarn::PathIsFile(directory.File(name)), name == "file" || name == "link") << name;
   }
+  EXPECT_FALSE(Tarn::PathIsFile(directory.File("file") + std::string("\0x", 2)));
   EXPECT_FALSE(Tarn::PathIsFile("") || Tarn::PathIsFile("/dev/null"));
 }
 
