@@ -145,11 +145,12 @@ ExitStatus RunLint(const Context& context, const LintOptions& options) {
 } // namespace
 
 void AddLintCommand(CLI::App& app, Context& context) {
-  CLI::App& lint = AddCommand(app, "lint",
-                              "Look for rows that cannot do what they say, or do more than they seem to: each with the "
-                              "reason and with what mends it. Exit status 1: there are findings",
-                              "perenna-access lint\n"
-                              "  perenna-access lint --no-notes --json");
+  CLI::App& lint =
+      AddCommand(app, "lint",
+                 "Look for rows that cannot do what they say, or do more than they seem to\n"
+                 "Each is shown with the reason and with what mends it. Exit status 1: there are findings.",
+                 "perenna-access lint\n"
+                 "  perenna-access lint --no-notes --json");
   auto options = std::make_shared<LintOptions>();
   lint.add_flag("--no-notes", options->no_notes, "Show problems only, not what is merely worth a look");
   context.OnRun(lint, [&context, options] { return RunLint(context, *options); });

@@ -75,8 +75,9 @@ ExitStatus RunTune(const Context& context, const TuneOptions& options) {
 void AddTuneCommand(CLI::App& app, Context& context) {
   CLI::App& tune =
       AddCommand(app, "tune",
-                 "Speed up a large directory: indexes, statistics and write-ahead logging. What the server "
-                 "answers stays the same, and the file stays readable for every version of it",
+                 "Speed up a large directory\n"
+                 "Adds indexes, statistics and write-ahead logging. What the server answers stays the same, and the "
+                 "file stays readable for every version of it.",
                  "perenna-access tune --dry-run\n"
                  "  perenna-access tune");
   auto options = std::make_shared<TuneOptions>();
