@@ -5,6 +5,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "Lint.h"
 #include "LocalAccessManager.h"
 #include "Log.h"
 #include "PN_HTTP.h"
@@ -17,7 +18,6 @@ namespace {
 
 namespace Methods = LocalAccessManager::Strings; // of authentication
 
-constexpr const char* GroupIdCharacters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-";
 constexpr const char* LowerHexDigits = "0123456789abcdef";
 constexpr const char* HexDigits = "0123456789abcdefABCDEF";
 constexpr std::size_t SaltDigits = 32;
@@ -195,7 +195,7 @@ void Check::CheckGroup() {
   const std::string_view id = View(GroupColumn::Id);
   if (id.empty()) {
     Warn(GroupColumn::Id, "is empty");
-  } else if (id.find_first_not_of(GroupIdCharacters) != std::string_view::npos) {
+  } else if (!IsGroupId(id)) {
     Warn(GroupColumn::Id, Excerpt(id) + " is not made of letters, digits, \"_\" and \"-\" alone");
   }
   if (View(GroupColumn::Name).empty()) {

@@ -68,8 +68,9 @@ ExitStatus Export(const Context& context, const ExportOptions& options) {
 
 void AddExportCommand(CLI::App& app, Context& context) {
   CLI::App& command = AddCommand(app, "export",
-                                 "Write the whole directory, stored credentials included, as JSON for \"import\", an "
-                                 "entry a line",
+                                 "Write the whole directory as JSON, for \"import\"\n"
+                                 "It holds the stored credentials, so a file is made for its owner alone. An entry is "
+                                 "a line, in the order of the listings; all are as of one moment.",
                                  "perenna-access export backup.json");
   auto options = std::make_shared<ExportOptions>();
   command.add_option("FILE", options->file, "The file to create, for its owner alone (default: standard output)");

@@ -146,8 +146,10 @@ ExitStatus Import(const Context& context, const ImportOptions& options) {
 void AddImportCommand(CLI::App& app, Context& context) {
   CLI::App& command = AddCommand(
       app, "import",
-      "Replace the whole directory by that of a file which \"export\" wrote, in one step: all of it or, when "
-      "anything is wrong with the file, nothing",
+      "Replace the whole directory by that of a file which \"export\" wrote\n"
+      "In one step: all of it or, when anything is wrong with the file, nothing. Others see the old directory or the "
+      "new one. What a directory may hold but probably should not, such as filters that never apply, is imported with "
+      "a warning.",
       "perenna-access import --dry-run backup.json\n  perenna-access import backup.json");
   auto options = std::make_shared<ImportOptions>();
   command.add_option("FILE", options->file, "The file; - for standard input")->required();
