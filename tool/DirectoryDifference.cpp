@@ -9,6 +9,14 @@ namespace Tool {
 
 namespace {
 
+/// A mark, the columns of the key and, where entries have more, what changed of them.
+const std::array<std::vector<std::string>, SectionCount> Headings = {{
+    {" ", "USER", "CHANGE"},
+    {" ", "GROUP", "CHANGE"},
+    {" ", "GROUP", "USER"},
+    {" ", "METHOD", "GROUP", "PATTERN", "ACTION"},
+}};
+
 /// Whether entries have columns beside their keys, which can change.
 bool HasDetails(const Section& section) {
   return section.keys < section.columns.size();
@@ -106,13 +114,7 @@ void DirectoryDifference::PrintSection(std::ostream& out, std::size_t number) co
   }
   out << difference.unchanged << " unchanged\n";
 
-  std::vector<std::string> headings = {" "};
-  headings.insert(headings.end(), section.columns.begin(),
-                  section.columns.begin() + static_cast<std::ptrdiff_t>(section.keys));
-  if (HasDetails(section)) {
-    headings.emplace_back("");
-  }
-  Table table(std::move(headings));
+  Table table(Headings.at(number));
   const auto add = [&](Cell mark, const Rows& rows, std::size_t row, const std::string& details) {
     std::vector<Cell> cells = {std::move(mark)};
     for (std::size_t column = 0; column < section.keys; ++column) {

@@ -147,7 +147,7 @@ TEST_F(ImportFile, ADryRunShowsTheDifferenceWithoutCredentialsAndWritesNothing) 
   })"))
       << json.out;
   const ToolResult text = Tool({"import", "--dry-run", "-"}, file);
-  EXPECT_NE(text.out.find(R"(~  root     auth_method "sha256" -> "plain_pw", credential changed)"), std::string::npos)
+  EXPECT_NE(text.out.find(R"(~  root  auth_method "sha256" -> "plain_pw", credential changed)"), std::string::npos)
       << text.out;
   for (const std::string& output : {json.out, text.out}) {
     for (const char* const secret : {"hunter", Digest}) {
