@@ -48,7 +48,7 @@ std::string DirectoryReceiver::Expected() const {
   switch (m_Place) {
   case Place::Document:
     return m_Member == Format    ? std::string("the text ") + Quoted(FileFormat)
-           : m_Member == Version ? "version " + std::to_string(FileVersion) + ", which this program knows,"
+           : m_Member == Version ? "the number " + std::to_string(FileVersion)
                                  : "an array";
   case Place::Entry:
     return "a text";
@@ -87,7 +87,10 @@ bool DirectoryReceiver::Number(bool is_version) {
   if (!AtVersion()) {
     return Scalar("a number");
   }
-  return is_version || Scalar("another version");
+  if (!PassesOver() && !is_version) {
+    Error("is not " + std::to_string(FileVersion) + ", the one that this program knows");
+  }
+  return true;
 }
 
 /// Refuses an object or an array, with all that is in it.

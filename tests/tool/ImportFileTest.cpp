@@ -22,6 +22,7 @@ TEST_F(ImportFile, EveryErrorOfAFileIsNamedWithItsPathAndNothingIsWritten) {
       {R"({"format":"other","version":2,"users":{"a":[{}]},"groups":null,"memberships":1,"filters":"x","more":[{}]})",
        {"format", "version", "users", "groups", "memberships", "filters", "\"more\""}},
       {Document(User("root")).insert(1, R"("users":[7],)"), {"users[0]", "users"}},
+      {Document("").insert(1, R"("version":1,"odd":1,"format":1,)"), {"\"odd\"", "format", "format", "version"}},
       {Document(User("a", R"(,"user_id":"b","extra":{"x":[1,{}]})") + R"(,7,[[]],{"user_id":true},)" +
                 R"({"user_id":{"base64":"%"},"auth_method":{},"auth_value":{"base64":"YQ==","more":1},)" +
                 R"("create_date":["x"],"create_user":{"base64":3}})"),
