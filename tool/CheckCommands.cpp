@@ -101,6 +101,19 @@ bool SplitLine(const std::string& line, std::string& method, std::string& url, s
   return true;
 }
 
+/// Prints the answer to a line, null for a line that is not valid. Written out: there may be many.
+void PrintAnswer(const Context& context, std::size_t line, const bool* allowed) {
+  if (!context.WantsJson()) {
+    std::cout << (allowed == nullptr ? "invalid" : Verdict(*allowed)) << '\n';
+    return;
+  }
+  std::cout << "{\"line\":" << line << ",\"valid\":" << (allowed == nullptr ? "false" : "true");
+  if (allowed != nullptr) {
+    std::cout << ",\"allowed\":" << (*allowed ? "true" : "false");
+  }
+  std::cout << "}\n";
+}
+
 ExitStatus CheckLines(const Context& context) {
   Module module(context.DatabaseFile());
   LineReader reader([] { std::cout.flush(); }); // whoever waits for answers before the next question gets them
@@ -115,18 +128,13 @@ ExitStatus CheckLines(const Context& context) {
     if (!SplitLine(line, method_name, url, user) || !Perenna::StringToMethod(method_name, method)) {
       std::cerr << "perenna-access: line " << number << ": " << Quoted(line.substr(0, 200))
                 << " is not \"METHOD URL USER\" with a known method\n";
-      std::cout << (context.WantsJson() ? "{\"line\":" + std::to_string(number) + ",\"valid\":false}" : "invalid")
-                << '\n';
+      PrintAnswer(context, number, nullptr);
       all_valid = false;
       continue;
     }
     const bool allowed = MayDo(module, Perenna::HTTPRequest(method, url), user);
     all_allowed = all_allowed && allowed;
-    if (context.WantsJson()) {
-      std::cout << Json{{"line", number}, {"valid", true}, {"allowed", allowed}}.dump() << '\n';
-    } else {
-      std::cout << Verdict(allowed) << '\n';
-    }
+    PrintAnswer(context, number, &allowed);
   }
   return !all_valid ? ExitStatus::Usage : all_allowed ? ExitStatus::Done : ExitStatus::Refused;
 }
