@@ -141,36 +141,28 @@ TEST_F(Credentials, ACertificateIsFoundByTheCanonicalTextOfItsThumbprintAlone) {
 }
 
 TEST(CredentialTexts, Base64IsDecodedToItsBytesOrToNothing) {
-  for (const auto& [text, bytes] : std::vector<std::pair<std::string, std::string>>{{"", ""},
-                                                                                    {"AA==", "\0"s},
-                                                                                    {"AGEA", "\0a\0"s},
-                                                                                    {"/+8=", "\xff\xef"},
-                                                                                    {"YQ==\0!"s, "a"},
-                                                                                    {"YQ", ""},
-                                                                                    {"YQ=", ""},
-                                                                                    {"YQ==YQ==", ""},
-                                                                                    {" YQ==", ""},
-                                                                                    {"YQ==\n", ""},
-                                                                                    {"_-8=", ""},
-                                                                                    {"\0YQ=="s, ""}}) {
+  // clang-format off
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"", ""}, {"AA==", "\0"s}, {"AGEA", "\0a\0"s}, {"/+8=", "\xff\xef"}, {"YQ==\0!"s, "a"}, {"YQ", ""},
+      {"YQ=", ""}, {"YQ==YQ==", ""}, {" YQ==", ""}, {"YQ==\n", ""}, {"_-8=", ""}, {"\0YQ=="s, ""}};
+  // clang-format on
+  for (const auto& [text, bytes] : cases) {
     EXPECT_EQ(DecodeBase64(text), bytes) << text;
   }
   EXPECT_EQ(DecodeBase64(std::string(1 << 22, 'A')), std::string(3 << 20, '\0'));
 }
 
 TEST(CredentialTexts, APairIsCutAtItsFirstColon) {
-  for (const auto& [pair, parts] : std::vector<std::pair<std::string, std::string>>{{"a:b", "yes|a|b"},
-                                                                                    {":b", "yes||b"},
-                                                                                    {"a:", "yes|a|"},
-                                                                                    {":", "yes||"},
-                                                                                    {"a:b:c:", "yes|a|b:c:"},
-                                                                                    {"\0:\0"s, "yes|\0|\0"s},
-                                                                                    {"ab", "no|1|2"},
-                                                                                    {"", "no|1|2"}}) {
+  // clang-format off
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"a:b", "yes|a|b"}, {":b", "yes||b"}, {"a:", "yes|a|"}, {":", "yes||"}, {"a:b:c:", "yes|a|b:c:"},
+      {"\0:\0"s, "yes|\0|\0"s}, {"ab", "no|1|2"}, {"", "no|1|2"}};
+  // clang-format on
+  for (const auto& [pair, parts] : cases) {
     std::string first = "1";
     std::string second = "2";
-    const std::string cut = SplitColonPair(pair, first, second) ? "yes|" : "no|";
-    EXPECT_EQ(cut + first + "|" + second, parts);
+    const std::string cut = SplitColonPair(pair, first, second) ? "yes" : "no";
+    EXPECT_EQ((std::vector<std::string>{cut, first, second}), Split(parts, '|'));
   }
   std::string itself = "a:b:c";
   std::string first;

@@ -3,6 +3,7 @@
 #include <clocale>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <new>
 
 #include <gmock/gmock.h>
@@ -218,37 +219,55 @@ TEST_F(FaultyFiles, AFullDiskRefusesTheWriteAndLosesNothing) {
 
 namespace {
 
-class FailingAllocations : public AccessDirectory {
+class FailingAllocations : public FaultyFiles {
 private:
-  const FailingMemory m_Memory; // before the file is opened
+  const FailingMemory m_Memory; // before a file is opened
 };
 
 } // namespace
 
 TEST_F(FailingAllocations, NeverTurnADenyIntoAnAllowNorOneUserIntoAnother) {
-  Run(Seed + "INSERT INTO filters VALUES('GET', 'g', '^/x', 'Deny'), ('GET', 'g', 'x', 'Allow'), ('PUT', 'g', '', "
-             "'Allow'), ('PUT', 'g', '/', 'Deny')");
-  const auto expect = [](bool healthy, const std::string& what, auto question) {
-    bool came_up = true;
-    int count = 0;
-    while (came_up) {
-      bool answer = false;
-      FailingMemory::FailAt(++count);
-      try {
-        answer = question();
-      } catch (const std::bad_alloc&) { // as good as a no
+  CreateSeeded(file);
+  const std::string utf16 = place.File("utf16.db"); // its texts are converted, which allocates more
+  for (const std::string& name : {file, utf16}) {
+    BareDatabase bare(name);
+    if (name == utf16) {
+      bare.Run("PRAGMA encoding = 'UTF-16'");
+      for (const BareDatabase::Row& row :
+           BareDatabase(file).Query("SELECT sql FROM sqlite_master WHERE sql NOT NULL")) {
+        bare.Run(row.at(0));
       }
-      came_up = FailingMemory::Failed();
-      FailingMemory::FailAt(0);
-      ASSERT_TRUE(healthy || !answer) << what << ", allocation " << count;
-      ASSERT_TRUE(came_up || answer == healthy) << what << ", no allocation failed";
     }
-    EXPECT_GT(count, 10) << what;
-  };
-  expect(true, "allowed", [&] { return May("root", "GET /"); });
-  expect(false, "denied", [&] { return May("root", "GET /x"); });
-  expect(false, "denied alone", [&] { return May("root", "PUT /"); });
-  expect(true, "right password", [&] { return Login("root", "root"); });
-  expect(false, "wrong password", [&] { return Login("root", "wrong"); });
-  expect(false, "unknown user", [&] { return Login("nobody", ""); });
+    bare.Run(Seed);
+    bare.Run(
+        "INSERT INTO filters VALUES('GET', 'g', 'x', 'Allow'), ('GET', 'g', '^/x', 'Deny'), ('PUT', 'g', '/', 'Deny')");
+    UserManager manager;
+    Open(manager, name);
+    const auto expect = [&name](bool healthy, const std::string& what, const std::function<bool()>& question) {
+      bool came_up = true;
+      int count = 0;
+      while (came_up) {
+        bool answer = false;
+        FailingMemory::FailAt(++count);
+        try {
+          answer = question();
+        } catch (const std::bad_alloc&) { // as good as a no
+        }
+        came_up = FailingMemory::Failed();
+        FailingMemory::FailAt(0);
+        ASSERT_TRUE(healthy || !answer) << what << ", allocation " << count << ", " << name;
+        ASSERT_TRUE(came_up || answer == healthy) << what << ", no allocation failed, " << name;
+      }
+      EXPECT_GT(count, 10) << what;
+    };
+    const Perenna::HTTPRequest get(Perenna::METH_GET, "/");
+    const Perenna::HTTPRequest denied(Perenna::METH_GET, "/x");
+    const Perenna::HTTPRequest never_allowed(Perenna::METH_PUT, "/");
+    expect(true, "allowed", [&] { return manager.TestRequestForUser(get, "root"); });
+    expect(false, "denied", [&] { return manager.TestRequestForUser(denied, "root"); });
+    expect(false, "never allowed", [&] { return manager.TestRequestForUser(never_allowed, "root"); });
+    expect(true, "right password", [&] { return manager.TestUserIdAndPassword(get, "root", "root"); });
+    expect(false, "wrong password", [&] { return manager.TestUserIdAndPassword(get, "root", ""); });
+    expect(false, "unknown user", [&] { return manager.TestUserIdAndPassword(get, "nobody", ""); });
+  }
 }

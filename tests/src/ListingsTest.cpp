@@ -77,9 +77,9 @@ TEST_F(Listings, ReturnThePageThatWasAskedForCountEveryRowAndFailEachInItsWay) {
     EXPECT_EQ(paging(empty), "3 0 0");
     EXPECT_TRUE(Entries(empty).empty());
 
-    Run("WITH RECURSIVE numbers(value) AS (VALUES(1) UNION ALL SELECT value + 1 FROM numbers WHERE value < 7) "
-        "INSERT INTO " +
-        table + " SELECT " + row + " FROM numbers");
+    std::string insert =
+        "WITH RECURSIVE n(value) AS (VALUES(1) UNION ALL SELECT value + 1 FROM n WHERE value < 7) INSERT ";
+    Run(insert.append("INTO ").append(table).append(" SELECT ").append(row).append(" FROM n"));
     const std::vector<std::string> whole = Everything(list);
     EXPECT_EQ(std::set<std::string>(whole.begin(), whole.end()).size(), 7U);
     for (const Case& one : cases) {

@@ -45,7 +45,7 @@ protected:
     for (std::size_t count = random.Below(8); count > 0; --count) {
       const auto [group_id, user_id] = std::pair(Pick(groups), Pick(user_ids)); // at times twice
       memberships.emplace(group_id, user_id);
-      sql += "INSERT INTO groupusers VALUES('" + group_id + "','" + user_id + "');";
+      sql.append("INSERT INTO groupusers VALUES('").append(group_id).append("','").append(user_id).append("');");
     }
     for (std::size_t count = random.Below(25); count > 0; --count) {
       const Filter filter = {Pick({"GET", "GET", "PUT", "POST", "DELETE", "OPTIONS", "get", "SEARCH"}), Pick(groups),
@@ -83,15 +83,19 @@ TEST_F(Model, DecisionsAndMethodListsAgreeWithAPlainReferenceAndWithEachOther) {
         }
       }
       std::string expected = actions.empty() ? "no" : "yes";
+      std::set<std::string> allowed;
       for (const auto& [method, verdicts] : actions) {
-        expected += verdicts.count("Allow") > 0 && verdicts.count("Deny") == 0 ? " " + method : "";
+        if (verdicts.count("Allow") > 0 && verdicts.count("Deny") == 0) {
+          allowed.insert(method);
+          expected += " " + method;
+        }
       }
       ASSERT_EQ(Options(user_id, url), expected);
       for (unsigned method = Perenna::METH_OPTIONS; method < Perenna::METH_MAX; ++method) {
         const std::string name = Perenna::MethodToString(static_cast<Perenna::Method_t>(method));
-        const bool allowed = (expected + " ").find(" " + name + " ") != std::string::npos;
-        ASSERT_EQ(May(user_id, name + " " + url), allowed) << name;
-        granted += allowed ? 1 : 0;
+        const bool may = Manager().TestRequestForUser({static_cast<Perenna::Method_t>(method), url}, user_id);
+        ASSERT_EQ(may, allowed.count(name) > 0) << name;
+        granted += may ? 1 : 0;
       }
     }
   }

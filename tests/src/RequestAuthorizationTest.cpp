@@ -72,20 +72,14 @@ TEST_F(RequestAuthorization, AnExpressionMatchesAnywhereInTheUrlUnlessItIsAnchor
     std::string filter, url;
     bool matches;
   };
-  for (const Case& one : std::vector<Case>{{"^/users$", "/users", true},
-                                           {"^/users$", "/users/", false},
-                                           {"users", "/api/users/7", true},
-                                           {"/users", "/other?next=/users", true},
-                                           {"^/a", "/b/a", false},
-                                           {"^/v[0-9]{1,2}/", "/v12/x", true},
-                                           {"^/v[0-9]{1,2}/", "/v123/x", false},
-                                           {R"(/a\.b)", "/axb", false},
-                                           {"^/A$", "/a", false},
-                                           {"^$", "", true},
-                                           {"^/a$", "/a\n/b", true},
-                                           {"^/b$", "/a\n/b", true},
-                                           {"/a./b", "/a\n/b", false},
-                                           {"a[^x]", "/a\n", false}}) {
+  // clang-format off
+  const std::vector<Case> cases = {
+      {"^/users$", "/users", true}, {"^/users$", "/users/", false}, {"users", "/api/users/7", true},
+      {"/users", "/other?next=/users", true}, {"^/a", "/b/a", false}, {"^/v[0-9]{1,2}/", "/v12/x", true},
+      {"^/v[0-9]{1,2}/", "/v123/x", false}, {R"(/a\.b)", "/axb", false}, {"^/A$", "/a", false}, {"^$", "", true},
+      {"^/a$", "/a\n/b", true}, {"^/b$", "/a\n/b", true}, {"/a./b", "/a\n/b", false}, {"a[^x]", "/a\n", false}};
+  // clang-format on
+  for (const Case& one : cases) {
     Run("DELETE FROM filters");
     AddFilter("GET g " + one.filter + " Allow");
     EXPECT_EQ(May("anna", "GET " + one.url), one.matches) << one.filter << " on " << one.url;
@@ -97,7 +91,7 @@ TEST_F(RequestAuthorization, AnExpressionMatchesAnywhereInTheUrlUnlessItIsAnchor
 TEST_F(RequestAuthorization, EveryMethodIsMatchedByItsOwnNameAlone) {
   const auto names = Split("OPTIONS HEAD GET POST PUT DELETE TRACE CONNECT PATCH", ' ');
   for (const std::string& name : names) {
-    AddFilter(name + " g ^/" + name + "$ Allow");
+    AddFilter(std::string(name).append(" g ^/").append(name).append("$ Allow"));
   }
   for (const std::string& name : names) {
     for (std::size_t method = 0; method <= names.size(); ++method) {

@@ -81,7 +81,9 @@ FailingMemory::FailingMemory() {
   failing = s_memory;
   failing.xMalloc = [](int size) { return FailsNow() ? nullptr : s_memory.xMalloc(size); };
   failing.xRealloc = [](void* block, int size) { return FailsNow() ? nullptr : s_memory.xRealloc(block, size); };
-  if (sqlite3_config(SQLITE_CONFIG_MALLOC, &failing) != SQLITE_OK || sqlite3_initialize() != SQLITE_OK) {
+  // Without the lookaside pool, which would keep most small allocations from failing.
+  if (sqlite3_config(SQLITE_CONFIG_MALLOC, &failing) != SQLITE_OK ||
+      sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 0, 0) != SQLITE_OK || sqlite3_initialize() != SQLITE_OK) {
     throw std::runtime_error("SQLite does not take the memory functions");
   }
 }

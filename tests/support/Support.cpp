@@ -17,7 +17,7 @@ void CaptureLog::VLog(Tarn::LogType_t level, const char* format, std::va_list ar
   va_copy(again, arguments);
   const int length = std::vsnprintf(nullptr, 0, format, arguments);
   std::string text(static_cast<std::size_t>(length) + 1, '\0');
-  std::vsnprintf(text.data(), text.size(), format, again);
+  static_cast<void>(std::vsnprintf(text.data(), text.size(), format, again)); // as long as the first call said
   va_end(again);
   text.pop_back();
   const std::lock_guard<std::mutex> hold(m_Mutex);
