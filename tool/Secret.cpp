@@ -56,7 +56,7 @@ public:
     for (const int signal : Ending) {
       sigaddset(&held, signal);
     }
-    sigprocmask(SIG_BLOCK, &held, &m_Before);
+    pthread_sigmask(SIG_BLOCK, &held, &m_Before);
     struct sigaction action = {};
     action.sa_handler = [](int) { s_ended = 1; };
     for (std::size_t i = 0; i < Ending.size(); ++i) {
@@ -67,7 +67,7 @@ public:
     for (std::size_t i = 0; i < Ending.size(); ++i) {
       sigaction(Ending.at(i), &m_Actions.at(i), nullptr);
     }
-    sigprocmask(SIG_SETMASK, &m_Before, nullptr);
+    pthread_sigmask(SIG_SETMASK, &m_Before, nullptr);
   }
   HeldSignals(const HeldSignals&) = delete;
   HeldSignals& operator=(const HeldSignals&) = delete;
@@ -98,7 +98,7 @@ public:
   }
 
   void Print(const std::string& text) const {
-    static_cast<void>(!write(m_Descriptor.Number(), text.data(), text.size())); // a lost prompt is seen by the user
+    static_cast<void>(write(m_Descriptor.Number(), text.data(), text.size()) == 0); // a lost prompt is seen by the user
   }
 
   /// Reads a byte; throws when the terminal is gone.

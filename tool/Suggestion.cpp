@@ -43,7 +43,7 @@ bool EndsWith(const std::string& text, const std::string& end) {
 
 /// The parser's own words, made ours where they are not clear.
 std::string Reworded(const CLI::ParseError& error, const Followed& followed) {
-  const std::string text = Shown(error.what(), Backslash::Kept);
+  std::string text = Shown(error.what(), Backslash::Kept);
   const auto expected = Arguments(*followed.command).size();
   if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr && followed.arguments.size() > expected) {
     return "unexpected argument " + Quoted(followed.arguments[expected]);

@@ -6,31 +6,28 @@
 namespace Tool {
 
 CLI::Validator NotEmpty() {
-  return CLI::Validator([](const std::string& text) { return text.empty() ? "the value is empty" : std::string(); },
-                        "");
+  return {[](const std::string& text) { return text.empty() ? "the value is empty" : std::string(); }, ""};
 }
 
 CLI::Validator GroupId() {
-  return CLI::Validator(
-      [](const std::string& text) {
-        const bool valid =
-            !text.empty() && text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
-                                                    "0123456789_-") == std::string::npos;
-        return valid ? std::string() : Quoted(text) + " is not a group's id: letters, digits, \"_\" and \"-\"";
-      },
-      "");
+  return {[](const std::string& text) {
+            const bool valid =
+                !text.empty() && text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                                        "0123456789_-") == std::string::npos;
+            return valid ? std::string() : Quoted(text) + " is not a group's id: letters, digits, \"_\" and \"-\"";
+          },
+          ""};
 }
 
 CLI::Validator WholeNumber() {
-  return CLI::Validator(
-      [](const std::string& text) {
-        const bool digits =
-            !text.empty() && text.size() <= 10 && text.find_first_not_of("0123456789") == std::string::npos;
-        return digits && std::stoll(text) <= Perenna::PagedResults::RS_MAXROWS
-                   ? std::string()
-                   : Quoted(text) + " is not a whole number from 0 to 2147483647";
-      },
-      "NUMBER");
+  return {[](const std::string& text) {
+            const bool digits =
+                !text.empty() && text.size() <= 10 && text.find_first_not_of("0123456789") == std::string::npos;
+            return digits && std::stoll(text) <= Perenna::PagedResults::RS_MAXROWS
+                       ? std::string()
+                       : Quoted(text) + " is not a whole number from 0 to 2147483647";
+          },
+          "NUMBER"};
 }
 
 } // namespace Tool
