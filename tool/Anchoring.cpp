@@ -10,8 +10,6 @@ namespace Tool {
 
 namespace {
 
-constexpr const char* Digits = "123456789";
-
 /// Reads the beginnings of alternatives. The pattern compiles, so groups and bracket lists are closed, and groups do
 /// not nest too deep for recursion.
 class Reader {
@@ -108,16 +106,10 @@ bool BeginsWithAnything(const std::string& pattern) {
   return pattern.rfind(".*", 0) == 0 && pattern.find_first_of("*+?{", 2) != 2;
 }
 
-/// Whether the pattern may be put into parentheses: a reference to a group would then mean another one, and a closing
-/// parenthesis that stands for itself would not.
+/// Whether the pattern may be put into parentheses: a closing one that stands for itself would then close them.
 bool CanBeGrouped(const std::string& pattern) {
   Reader reader(pattern.c_str());
   reader.EveryAlternative('^');
-  for (std::size_t i = pattern.find('\\'); i != std::string::npos; i = pattern.find('\\', i + 2)) {
-    if (i + 1 < pattern.size() && std::strchr(Digits, pattern[i + 1]) != nullptr) {
-      return false;
-    }
-  }
   return !reader.HasStrayParenthesis();
 }
 

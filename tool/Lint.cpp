@@ -76,8 +76,9 @@ bool Lint::AddUnreachable(SectionNumber section, std::size_t row, std::size_t id
     for (std::size_t column = 0; column < table.columns.size(); ++column) {
       if (In(section).IsBlob(row, column)) {
         const std::string& name = table.columns[column];
-        names += (names.empty() ? "" : ", ") + name;
-        assignments += (assignments.empty() ? "" : ", ") + name + " = CAST(" + name + " AS TEXT)";
+        const char* const separator = names.empty() ? "" : ", ";
+        names.append(separator).append(name);
+        assignments.append(separator).append(name).append(" = CAST(").append(name).append(" AS TEXT)");
       }
     }
     Add(LintKinds::ValueBlob, section, row,

@@ -34,7 +34,7 @@ bool SameButForCase(const std::string& left, const std::string& right) {
 /// The known spelling of a method or an action that differs in letter case only; else as it is.
 std::string KnownMethod(const std::string& name) {
   for (std::uint32_t method = 0; method < Perenna::METH_MAX; ++method) {
-    const std::string known = Perenna::MethodToString(static_cast<Perenna::Method_t>(method));
+    std::string known = Perenna::MethodToString(static_cast<Perenna::Method_t>(method));
     if (SameButForCase(name, known)) {
       return known;
     }
@@ -115,7 +115,7 @@ Mender::Command Lint::AddFilter(const FilterRow& filter) const {
 
 /// Adds the better filter, unless it is there, and then deletes the other.
 Mender::Command Lint::ReplaceFilter(const FilterRow& filter, const FilterRow& better) {
-  const Mender::Command deletion = DeleteFilter(filter);
+  Mender::Command deletion = DeleteFilter(filter);
   if (!m_FilterKeys.insert(better.Key()).second) {
     return deletion;
   }

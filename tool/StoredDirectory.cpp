@@ -11,7 +11,7 @@ void ReadRows(Database& database, const Section& section, StoredRows& stored) {
   }
   sql += " AS blobs";
   for (const std::string& column : section.columns) {
-    sql += ", CAST(" + column + " AS TEXT) AS " + column;
+    sql.append(", CAST(").append(column).append(" AS TEXT) AS ").append(column);
   }
   std::vector<std::string> texts(section.columns.size());
   Statement(database, sql + " FROM " + section.table + " ORDER BY rowid")

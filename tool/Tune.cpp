@@ -65,6 +65,11 @@ std::string CreateStatement(const Index& index) {
   return std::string("CREATE INDEX ") + index.name + " ON " + index.definition;
 }
 
+bool IsInPlace(Database& database, const Index& index) {
+  return database.Texts("SELECT sql FROM sqlite_master WHERE name = ?", {index.name}) ==
+         std::vector<std::string>{CreateStatement(index)};
+}
+
 TuneStep DropIndex(const std::string& name, const char* why) {
   std::string quoted = "\"";
   for (const char byte : name) { // the name is the file's
@@ -76,6 +81,7 @@ TuneStep DropIndex(const std::string& name, const char* why) {
 /// What the statistics table holds once the file is tuned, in its order.
 std::vector<std::string> StatisticsRows() {
   std::vector<std::string> rows;
+  rows.reserve(Indexes.size());
   for (const Index& index : Indexes) {
     rows.push_back(std::string("'") + index.table + "', '" + index.name + "', '" + index.statistics + "'");
   }
@@ -162,17 +168,15 @@ Json TuneStep::ToJson() const {
 std::vector<TuneStep> StepsToTune(Database& database) {
   std::vector<TuneStep> steps;
   for (const std::string& name : database.Texts(OwnIndexes)) {
-    const auto known = std::find_if(Indexes.begin(), Indexes.end(), [&](const Index& index) {
-      return index.name == name && database.Texts("SELECT sql FROM sqlite_master WHERE name = ?", {name}) ==
-                                       std::vector<std::string>{CreateStatement(index)};
+    const bool current = std::any_of(Indexes.begin(), Indexes.end(), [&](const Index& index) {
+      return index.name == name && IsInPlace(database, index);
     });
-    if (known == Indexes.end()) {
+    if (!current) {
       steps.push_back(DropIndex(name, "it was made by another version of tune"));
     }
   }
   for (const Index& index : Indexes) {
-    if (database.Texts("SELECT sql FROM sqlite_master WHERE name = ?", {index.name}) !=
-        std::vector<std::string>{CreateStatement(index)}) {
+    if (!IsInPlace(database, index)) {
       steps.push_back({"index", index.name, "create", {CreateStatement(index)}, index.why});
     }
   }
