@@ -79,10 +79,8 @@ struct Pair {
     (*module).keys.Flush();
     (*floor).FlushKeys();
     Tarn::UUID key;
-    for (unsigned i = 0; i < size; ++i) {
+    for (unsigned i = 0; i < size; ++i) { // by turns: neither list gets the better memory
       (*module).keys.CreateSelfAccessKey(key);
-    }
-    for (unsigned i = 0; i < size; ++i) {
       (*floor).CreateKey(key);
     }
     stocked = std::time(nullptr);
