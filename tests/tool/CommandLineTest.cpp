@@ -204,7 +204,7 @@ TEST_F(CommandLine, AReaderThatHasGoneAwayEndsTheOutputQuietly) {
   // A stream ends, although more questions wait.
   ToolProcess stream(File(), {"check", "--stdin"}, ToolProcess::Reader::IsGone, ToolProcess::Sigpipe::Ignored);
   stream.Write("GET / root\n");
-  EXPECT_EQ(WaitFor(stream.Id()), 3);
+  EXPECT_EQ(stream.Wait(), 3);
 }
 
 TEST_F(CommandLine, OutputThatCannotBeWrittenIsAFailure) {

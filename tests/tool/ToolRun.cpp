@@ -265,7 +265,7 @@ ToolResult ToolProcess::Finish() {
     }
   }
   result.out = std::exchange(m_Read, {});
-  result.status = WaitFor(std::exchange(m_Process, -1));
+  result.status = Wait();
   return result;
 }
 

@@ -33,6 +33,9 @@ ToolResult RunAtTerminal(const std::vector<std::string>& command,
 /// Starts the tool and does not wait for it; output is discarded. For tests that end it by its id.
 pid_t StartTool(const std::string& database, const std::vector<std::string>& arguments);
 
+/// Waits for a process and returns its status as `ToolResult::status`.
+int WaitFor(pid_t process);
+
 /// A running tool whose standard streams are pipes in the test's hands. Ended, if need be, when it goes out of scope.
 class ToolProcess {
 public:
@@ -49,6 +52,8 @@ public:
   void Write(const std::string& text) const;
   /// The next line of its output; fails the test, and is empty, when none comes within 60 s.
   std::string ReadLine();
+  /// Waits for its end with its standard input still open.
+  int Wait() { return WaitFor(std::exchange(m_Process, -1)); }
   /// Closes its standard input and waits; `ToolResult::out` is what was not read yet.
   ToolResult Finish();
 
@@ -59,8 +64,5 @@ private:
   int m_Errors = -1;
   std::string m_Read;
 };
-
-/// Waits for a process and returns its status as `ToolResult::status`.
-int WaitFor(pid_t process);
 
 } // namespace Testing
