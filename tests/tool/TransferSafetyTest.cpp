@@ -16,10 +16,13 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Microseconds = std::chrono::microseconds;
 
+// In each of two journal modes.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int Kills = 12; // each takes several times as long
+constexpr int Kills = 6; // they take several times as long
+constexpr int KillsInTransaction = 2;
 #else
-constexpr int Kills = 50;
+constexpr int Kills = 25;
+constexpr int KillsInTransaction = 5;
 #endif
 constexpr int Users = 1000; // enough for a transaction of many moments
 
@@ -65,16 +68,16 @@ protected:
     BareDatabase(m_Database).Run("PRAGMA journal_mode = " + journal_mode);
   }
 
-  /// Waits until the import has begun its transaction; false when it ended before that was seen.
-  bool WaitForTransaction(pid_t process) const {
+  /// Waits until the import has begun its transaction, or has ended it; false when the process ended before.
+  bool WaitForTransaction(pid_t process, bool begun) const {
     BareDatabase probe(m_Database);
     while (!HasEnded(process)) {
       const int rc = sqlite3_exec(probe.Handle(), "BEGIN IMMEDIATE", nullptr, nullptr, nullptr);
-      if (rc == SQLITE_BUSY) {
+      EXPECT_TRUE(rc == SQLITE_OK || rc == SQLITE_BUSY) << sqlite3_errmsg(probe.Handle());
+      sqlite3_exec(probe.Handle(), "ROLLBACK", nullptr, nullptr, nullptr);
+      if ((rc == SQLITE_BUSY) == begun) {
         return true;
       }
-      EXPECT_EQ(rc, SQLITE_OK) << sqlite3_errmsg(probe.Handle());
-      sqlite3_exec(probe.Handle(), "ROLLBACK", nullptr, nullptr, nullptr);
       std::this_thread::sleep_for(Microseconds(300));
     }
     return false;
@@ -93,27 +96,30 @@ TEST_F(TransferSafety, AKilledImportLeavesTheOldDirectoryOrTheNewOne) {
   const auto within = [&random](Microseconds longest) {
     return Microseconds(std::uniform_int_distribution<long long>(0, longest.count())(random));
   };
-  int in_transaction = 0;
-  int with_hot_journal = 0;
-  int completed = 0;
   for (const char* const mode : {"DELETE", "WAL"}) {
     // How long it takes undisturbed, as a measure for when to kill.
     Restore(mode);
     const auto start = Clock::now();
     const pid_t undisturbed = StartTool(m_Database, {"import", m_File});
-    WaitForTransaction(undisturbed);
+    WaitForTransaction(undisturbed, true);
     const auto begun = Clock::now();
+    WaitForTransaction(undisturbed, false);
+    const auto transaction = std::chrono::duration_cast<Microseconds>(Clock::now() - begun);
     ASSERT_EQ(WaitFor(undisturbed), 0);
     const auto whole = std::chrono::duration_cast<Microseconds>(Clock::now() - start);
-    const auto transaction = std::chrono::duration_cast<Microseconds>(Clock::now() - begun);
     ASSERT_EQ(ReadContents(m_Database), m_New);
 
-    for (int round = 0; round < Kills / 2; ++round) {
+    int in_transaction = 0;
+    int with_hot_journal = 0;
+    int completed = 0;
+    int round = 0;
+    // A machine that has other things to do may be late with many kills: then there are more of them.
+    for (; round < Kills || (in_transaction < KillsInTransaction && round < 20 * Kills); ++round) {
       Restore(mode);
       const bool anywhere = round % 5 == 0; // the others aim at the transaction
       const pid_t process = StartTool(m_Database, {"import", m_File});
-      const bool seen = !anywhere && WaitForTransaction(process);
-      const Microseconds delay = within(anywhere ? whole : transaction * 5 / 4);
+      const bool seen = !anywhere && WaitForTransaction(process, true);
+      const Microseconds delay = within(anywhere ? whole : transaction);
       std::this_thread::sleep_for(delay);
       kill(process, SIGKILL);
       const int status = WaitFor(process);
@@ -131,12 +137,11 @@ TEST_F(TransferSafety, AKilledImportLeavesTheOldDirectoryOrTheNewOne) {
       in_transaction += seen && is_old ? 1 : 0;
       completed += is_old ? 0 : 1;
     }
+    std::cout << "seed " << seed << ", journal mode " << mode << ": " << in_transaction << " of " << round
+              << " killed inside the transaction (" << with_hot_journal << " left a hot journal), " << completed
+              << " after it\n";
+    EXPECT_GE(in_transaction, KillsInTransaction) << "seed " << seed << ", mode " << mode;
   }
-  RecordProperty("seed", std::to_string(seed));
-  std::cout << "seed " << seed << ": " << in_transaction << " of " << Kills << " killed inside the transaction ("
-            << with_hot_journal << " left a hot journal), " << completed << " after it\n";
-  EXPECT_GE(in_transaction, Kills / 10) << "seed " << seed;
-  EXPECT_GE(with_hot_journal, 1) << "seed " << seed;
 }
 
 TEST_F(TransferSafety, AnImportWaitsForAnotherWriterAndGivesUpInGoodOrder) {
