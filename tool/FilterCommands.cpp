@@ -117,11 +117,16 @@ ExitStatus AddFilter(const Context& context, const FilterOptions& given) {
 ExitStatus DeleteFilter(const Context& context, const FilterOptions& options) {
   Module module(context.DatabaseFile());
   Database database(context.DatabaseFile(), Database::Access::Read);
+  const auto count_stored = [&](const std::string& method) {
+    return database.Number(
+        "SELECT count(*) FROM filters WHERE method = ? AND group_id = ? AND filter = ? AND action = ?",
+        {method, options.group, options.pattern, options.action});
+  };
+  // A stored method may itself hold a comma.
+  const bool whole = count_stored(options.methods) > 0;
   long long count = 0;
-  for (const std::string& method : Methods(options)) {
-    const long long stored =
-        database.Number("SELECT count(*) FROM filters WHERE method = ? AND group_id = ? AND filter = ? AND action = ?",
-                        {method, options.group, options.pattern, options.action});
+  for (const std::string& method : whole ? std::vector<std::string>{options.methods} : Methods(options)) {
+    const long long stored = count_stored(method);
     const Perenna::PListDict request = Request(options, method);
     module.Apply([&request](LocalAccessManager::UserManager& manager) { return manager.DeleteFilter(request); });
     count += stored;
