@@ -44,9 +44,18 @@ TN_API int base64decode(const char* text, byte_t* buffer, unsigned capacity, uns
 /// Whether two byte ranges, or two texts, are the same. Takes a time that depends on the lengths alone, so that it may
 /// compare digests and keys.
 inline bool EqualConstantTime(const byte_t* left, const byte_t* right, std::size_t count) noexcept {
-  unsigned difference = 0;
+  std::uint64_t difference = 0;
+  for (; count >= sizeof(difference); count -= sizeof(difference)) { // a word at a time
+    std::uint64_t left_word = 0;
+    std::uint64_t right_word = 0;
+    std::memcpy(&left_word, left, sizeof(left_word));
+    std::memcpy(&right_word, right, sizeof(right_word));
+    difference |= left_word ^ right_word;
+    left += sizeof(left_word);
+    right += sizeof(right_word);
+  }
   for (std::size_t i = 0; i < count; ++i) {
-    difference |= static_cast<unsigned>(left[i]) ^ static_cast<unsigned>(right[i]);
+    difference |= static_cast<std::uint64_t>(left[i]) ^ static_cast<std::uint64_t>(right[i]);
   }
   return difference == 0;
 }

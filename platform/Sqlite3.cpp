@@ -114,6 +114,7 @@ Tarn::Result_t SimpleQuery::StepExec(int rc) {
   rc = RetryWhileLocked("step", [this] { return sqlite3_step(m_StmtHandle); });
   if (rc == SQLITE_ROW) {
     m_HasCurrentRow = true;
+    m_ColumnNames.clear(); // the tables may have changed since the last execution
     return Tarn::RESULT_OK;
   }
   if (IsLocked(rc)) {
@@ -259,11 +260,7 @@ int SimpleQuery::BindItem(int index, const PListData& item, Tarn::ByteString& bl
 }
 
 void SimpleQuery::StoreColumn(int column, PListDict& dict) {
-  const char* const name = sqlite3_column_name(m_StmtHandle, column);
-  if (name == nullptr) {
-    throw std::bad_alloc();
-  }
-  const std::string key = name;
+  const std::string& key = m_ColumnNames[static_cast<std::size_t>(column)];
   const int type = sqlite3_column_type(m_StmtHandle, column);
   switch (type) {
   case SQLITE_INTEGER:
@@ -289,7 +286,7 @@ void SimpleQuery::StoreColumn(int column, PListDict& dict) {
     Tarn::DefaultLogSink().Error("Unexpected column type, %d, in Sqlite3 row.\n", type);
     break;
   }
-  dict.SetValue(key, ColumnText(m_StmtHandle, column));
+  dict.SetItem(key, new PListData(IT_STRING, ColumnText(m_StmtHandle, column))); // moved in, not copied
 }
 
 bool SimpleQuery::GetNextResult(PListDict& dict) {
@@ -298,6 +295,16 @@ bool SimpleQuery::GetNextResult(PListDict& dict) {
     return false;
   }
   const int columns = sqlite3_column_count(m_StmtHandle);
+  if (m_ColumnNames.size() != static_cast<std::size_t>(columns)) { // once for all rows
+    m_ColumnNames.clear();
+    for (int column = 0; column < columns; ++column) {
+      const char* const name = sqlite3_column_name(m_StmtHandle, column);
+      if (name == nullptr) {
+        throw std::bad_alloc();
+      }
+      m_ColumnNames.emplace_back(name);
+    }
+  }
   for (int column = 0; column < columns; ++column) {
     StoreColumn(column, dict);
   }

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <list>
 #include <map>
 #include <memory>
+#include <memory_resource>
 #include <string>
+#include <utility>
 
 #include "PN_error.h"
 #include "TN_memio.h"
@@ -74,7 +77,7 @@ class TN_API PListData : public PListItem {
 public:
   /// IT_STRING with an empty text.
   PListData() : PListItem(IT_STRING) {}
-  PListData(ItemType_t type, const std::string& text) : PListItem(type), m_value(text) {}
+  PListData(ItemType_t type, std::string text) : PListItem(type), m_value(std::move(text)) {}
 
   const std::string& GetValue() const noexcept { return m_value; }
   /// Replaces the text; the kind stays.
@@ -97,7 +100,7 @@ class PListArray;
 /// A dictionary from text keys to owned items; a key occurs at most once.
 class TN_API PListDict : public PListItem {
 public:
-  using Map = std::map<std::string, PListItem*>;
+  using Map = std::pmr::map<std::string, PListItem*>;
 
   PListDict() : PListItem(IT_DICT) {}
   /// A deep copy.
@@ -139,7 +142,13 @@ private:
   void SetScalar(const std::string& key, ItemType_t type, const std::string& text);
   const PListItem* Find(const std::string& key) const;
 
-  Map m_items;
+  // The first entries, as many as a filter's row has, stand in the dictionary itself: they cost no allocation of their
+  // own. Memory of an entry is given back with the dictionary, since entries are replaced but never removed.
+  static constexpr std::size_t EntryBytes = sizeof(Map::value_type) + 4 * sizeof(void*); // a node of the map
+  static constexpr std::size_t InlineEntries = 4;
+  alignas(Map::value_type) std::byte m_inline[InlineEntries * EntryBytes];
+  std::pmr::monotonic_buffer_resource m_memory{m_inline, sizeof(m_inline)};
+  Map m_items{&m_memory};
 };
 
 /// An ordered sequence of owned items, walked and extended as the list that it is. Whoever removes an element through

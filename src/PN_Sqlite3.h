@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include <sqlite3.h>
 
@@ -85,6 +86,7 @@ private:
   sqlite3* m_db;
   std::string m_QueryString;
   Tarn::StringList m_ArgNames;
+  std::vector<std::string> m_ColumnNames; // of the execution under way, once a row was read into a dictionary
 };
 
 } // namespace Perenna::Sqlite3

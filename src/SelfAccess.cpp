@@ -36,22 +36,14 @@ bool SelfAccessManager::ResolveSelfAccessKey(const Tarn::UUID& id) {
   const std::int64_t inow = Tarn::Timestamp().GetCTime();
   const Tarn::AutoMutex l(m_Lock);
   bool result = false;
-  // The keys that stay move over by relinking their nodes: nothing is allocated, and nothing can fail halfway.
-  AccessKeyList live;
-  while (!m_SelfAccessKeys.empty()) {
-    const auto entry = m_SelfAccessKeys.begin();
+  m_SelfAccessKeys.remove_if([&](const AccessKeyList::value_type& entry) {
     // Unsigned: a key stamped in the future, the clock having been set back, is of a huge age and expires too.
-    const auto age = static_cast<std::uint64_t>(inow) - static_cast<std::uint64_t>(entry->second.GetCTime());
-    if (age > KeyLifetimeSeconds) {
-      m_SelfAccessKeys.pop_front();
-    } else if (entry->first == id) {
-      result = true;
-      m_SelfAccessKeys.pop_front();
-    } else {
-      live.splice(live.end(), m_SelfAccessKeys, entry);
-    }
-  }
-  m_SelfAccessKeys.swap(live);
+    const auto age = static_cast<std::uint64_t>(inow) - static_cast<std::uint64_t>(entry.second.GetCTime());
+    const bool expired = age > KeyLifetimeSeconds;
+    const bool used = !expired && entry.first == id;
+    result = result || used;
+    return expired || used;
+  });
   return result;
 }
 
