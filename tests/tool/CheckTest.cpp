@@ -121,6 +121,7 @@ TEST_F(Check, AStreamAnswersBeforeItWaitsAndSeesChanges) {
 
 TEST_F(Check, ColoursAreForTerminalsThatWantThem) {
   const std::vector<std::string> arguments = {"check", "ann", "GET", "/a", "--explain"};
+  // NOLINTBEGIN(concurrency-mt-unsafe): the test has no thread
   unsetenv("NO_COLOR");
   EXPECT_THAT(RunToolAtTerminal(File(), arguments, {}).out, HasSubstr("\x1b[32mAllow\x1b[0m"));
   EXPECT_THAT(Tool(arguments).out, Not(HasSubstr("\x1b")));
@@ -128,6 +129,7 @@ TEST_F(Check, ColoursAreForTerminalsThatWantThem) {
   EXPECT_THAT(RunToolAtTerminal(File(), {"check", "bob", "GET", "/"}, {}).out, HasSubstr("\x1b[31mrefused\x1b[0m"));
   setenv("NO_COLOR", "1", 1);
   EXPECT_THAT(RunToolAtTerminal(File(), arguments, {}).out, Not(HasSubstr("\x1b")));
+  // NOLINTEND(concurrency-mt-unsafe)
 }
 
 TEST_F(Check, ADatabaseThatFailsIsNoAnswer) {

@@ -11,10 +11,7 @@
 namespace Testing {
 namespace {
 
-using ::testing::AnyOf;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
 
 using Command = std::vector<std::string>;
 
@@ -158,7 +155,7 @@ TEST_F(CommandLine, AFileThatIsNoAccessDatabaseStaysAsItIs) {
   const std::string file = PathBeside("other");
   const std::string whole = Contents(File());
   for (const char* const kind : {"empty", "text", "other tables", "a column short", "cut off"}) {
-    std::ofstream(file, std::ios::trunc | std::ios::binary);
+    std::ofstream(file, std::ios::trunc) << "";
     if (kind == std::string("text")) {
       std::ofstream(file) << std::string(3000, 'x');
     } else if (kind == std::string("other tables")) {
@@ -211,10 +208,9 @@ TEST_F(CommandLine, OutputThatCannotBeWrittenIsAFailure) {
   for (const std::string command : {"user list", "check root GET /", "check root GET / --explain --json", "group list",
                                     "help", "--version", "user list --help", "manual", "completion bash"}) {
     for (const std::string target : {">/dev/full", ">&-"}) {
-      const ToolResult result =
-          RunAtTerminal({"/bin/sh", "-c", "PERENNA_ACCESS_DATABASE='" + File() + "' \"$0\" " + command + " " + target,
-                         PERENNA_ACCESS_TOOL},
-                        {});
+      std::string line = "\"$0\" -d \"$1\" ";
+      line.append(command).append(target);
+      const ToolResult result = RunAtTerminal({"/bin/sh", "-c", line, PERENNA_ACCESS_TOOL, File()}, {});
       EXPECT_EQ(result.status, 3) << command << target;
       EXPECT_THAT(result.out, HasSubstr("perenna-access: the output could not be written")) << command << target;
     }
