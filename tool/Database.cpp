@@ -33,9 +33,10 @@ Database::Database(const std::string& file, Access access) : m_File(file) {
                                           " does not exist or is not a file; \"perenna-access --database FILE init\" "
                                           "creates one");
   }
-  const int flags = access == Access::Read ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
   sqlite3* handle = nullptr;
-  const int opened = sqlite3_open_v2(file.c_str(), &handle, flags, nullptr);
+  // For reading too: after a crash, the first reader rolls back what was half written. A file that may not be written
+  // is opened for reading all the same.
+  const int opened = sqlite3_open_v2(file.c_str(), &handle, SQLITE_OPEN_READWRITE, nullptr);
   m_Handle.reset(handle);
   if (handle == nullptr) {
     throw std::bad_alloc();
@@ -56,6 +57,9 @@ Database::Database(const std::string& file, Access access) : m_File(file) {
     }
   }
   sqlite3_busy_timeout(handle, BusyMilliseconds);
+  if (access == Access::Read) {
+    sqlite3_exec(handle, "PRAGMA query_only = ON", nullptr, nullptr, nullptr); // cannot fail: touches no file
+  }
 }
 
 int Database::Run(const std::string& sql, const std::vector<std::string>& arguments) {
