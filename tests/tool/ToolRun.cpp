@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <stdexcept>
+#include <tuple>
 #include <utility>
 
 #include <fcntl.h>
@@ -34,6 +35,7 @@ struct Pipe {
 [[noreturn]] void Execute(const std::vector<std::string>& command) {
   std::vector<std::string> copies = command;
   std::vector<char*> argv;
+  argv.reserve(copies.size() + 1);
   for (std::string& copy : copies) {
     argv.push_back(copy.data());
   }
@@ -43,11 +45,13 @@ struct Pipe {
 }
 
 void SetDatabase(const std::string& database) {
+  // NOLINTBEGIN(concurrency-mt-unsafe): in the child, which has one thread
   if (!database.empty()) {
     setenv("PERENNA_ACCESS_DATABASE", database.c_str(), 1);
   } else {
     unsetenv("PERENNA_ACCESS_DATABASE");
   }
+  // NOLINTEND(concurrency-mt-unsafe)
 }
 
 std::vector<std::string> ToolCommand(const std::vector<std::string>& arguments) {
@@ -96,7 +100,7 @@ ToolResult RunTool(const std::string& database, const std::vector<std::string>& 
   close(in.ends[0]);
   close(out.ends[1]);
   close(err.ends[1]);
-  signal(SIGPIPE, SIG_IGN);
+  std::ignore = signal(SIGPIPE, SIG_IGN);
 
   ToolResult result;
   std::size_t written = 0;
@@ -210,14 +214,14 @@ ToolProcess::ToolProcess(const std::string& database, const std::vector<std::str
   m_Process = fork();
   if (m_Process == 0) {
     setsid();
-    signal(SIGPIPE, sigpipe == Sigpipe::Ignored ? SIG_IGN : SIG_DFL);
+    std::ignore = signal(SIGPIPE, sigpipe == Sigpipe::Ignored ? SIG_IGN : SIG_DFL);
     dup2(in.ends[0], STDIN_FILENO);
     dup2(out.ends[1], STDOUT_FILENO);
     dup2(err.ends[1], STDERR_FILENO);
     SetDatabase(database);
     Execute(ToolCommand(arguments));
   }
-  signal(SIGPIPE, SIG_IGN);
+  std::ignore = signal(SIGPIPE, SIG_IGN);
   close(in.ends[0]);
   close(out.ends[1]);
   close(err.ends[1]);
@@ -250,7 +254,7 @@ std::string ToolProcess::ReadLine() {
       return {};
     }
   }
-  const std::string line = m_Read.substr(0, m_Read.find('\n'));
+  std::string line = m_Read.substr(0, m_Read.find('\n'));
   m_Read.erase(0, line.size() + 1);
   return line;
 }
