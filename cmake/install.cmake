@@ -19,6 +19,8 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/perenna-config-version.cm
 install(FILES ${PROJECT_BINARY_DIR}/perenna-config.cmake ${PROJECT_BINARY_DIR}/perenna-config-version.cmake
   DESTINATION ${package_dir})
 
+# Relative, since an installation may move or be made under another prefix.
+file(RELATIVE_PATH prefix_from_pkgconfig /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(${CMAKE_CURRENT_LIST_DIR}/perenna-localaccessmanager.pc.in
   ${PROJECT_BINARY_DIR}/perenna-localaccessmanager.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/perenna-localaccessmanager.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

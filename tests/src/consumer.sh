@@ -20,8 +20,7 @@ for standard in 17 20; do
     { cat "$work/log"; exit 1; }
   "$work/$standard/consumer" "$work/package-$standard.db"
 
-  flags=$(PKG_CONFIG_PATH=$(dirname "$package") pkg-config --define-variable=prefix="$prefix" --cflags --libs \
-    perenna-localaccessmanager)
+  flags=$(PKG_CONFIG_PATH=$(dirname "$package") pkg-config --cflags --libs perenna-localaccessmanager)
   # shellcheck disable=SC2086 # lists of words
   "$compiler" -std=c++$standard $warnings "$here/consumer/main.cpp" $flags -o "$work/plain-$standard"
   LD_LIBRARY_PATH=$libraries "$work/plain-$standard" "$work/plain-$standard.db"
