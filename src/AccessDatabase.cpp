@@ -7,6 +7,7 @@
 #include "PN_Regex.h"
 #include "PN_Sqlite3.h"
 #include "TN_log.h"
+#include "TerminatedText.h"
 
 namespace LocalAccessManager {
 
@@ -85,7 +86,7 @@ UserManager::~UserManager() {
 
 Tarn::Result_t UserManager::InitUserManager(const Perenna::PListDict& config) {
   const std::string database_filename = config.GetData(Strings::DatabaseFilename).GetValue();
-  if (database_filename.empty()) {
+  if (IsEmptyTerminated(database_filename)) {
     Tarn::DefaultLogSink().Error("Database filename is empty.\n");
     return Perenna::RESULT_PN_SETUP;
   }

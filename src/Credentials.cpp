@@ -89,7 +89,9 @@ bool UserManager::TestUserIdAndPassword(const Perenna::HTTPRequest& /*request*/,
   const std::string& auth_value = dict.GetData(Strings::auth_value).GetValue();
   if (auth_method == Strings::plain_pw) {
     Tarn::DefaultLogSink().Debug("auth_method: \"plain_pw\".\n");
-    return Tarn::EqualConstantTime(password, auth_value);
+    // In a file of another schema the value may be NULL or a blob, whose items hold no text of the column's.
+    return dict.GetData(Strings::auth_value).HasType(Perenna::IT_STRING) &&
+           Tarn::EqualConstantTime(password, auth_value);
   }
   if (auth_method == Strings::sha256) {
     Tarn::DefaultLogSink().Debug("auth_method: \"sha256\".\n");

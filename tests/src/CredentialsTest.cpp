@@ -125,6 +125,16 @@ TEST_F(Credentials, AStoredValueDecidesByItsMethod) {
   }
 }
 
+TEST_F(Credentials, APlainPasswordThatIsNoTextAcceptsNothing) {
+  Run("DROP TABLE users; CREATE TABLE users(user_id, auth_method, auth_value, create_date, create_user)");
+  for (const std::string value : {"NULL", "x'78'", "x''", "7"}) {
+    Run("DELETE FROM users; INSERT INTO users VALUES('anna', 'plain_pw', " + value + ", '', '')");
+    for (const std::string password : {"", "x", "eA==", "7"}) {
+      EXPECT_FALSE(Login("anna", password)) << value << ", password " << password;
+    }
+  }
+}
+
 TEST_F(Credentials, ACertificateIsFoundByTheCanonicalTextOfItsThumbprintAlone) {
   for (const std::string method : {"sha256", "plain_pw", "TLS_client_certificate"}) {
     AddStoredUser(method, method, Thumbprint);

@@ -102,6 +102,7 @@ TEST(Database, AFileThatCannotBeNamedOpenedOrWrittenLeavesTheManagerClosed) {
   const TemporaryDirectory place;
   ExpectFailedOpening({}, Nameless);
   ExpectFailedOpening(Section(""), Nameless);
+  ExpectFailedOpening(Section(std::string("\0x", 2)), Nameless);
   for (const std::string& file : {place.File("no/such/directory.db"), place.Path()}) {
     ExpectFailedOpening(Section(file), "E:Unable to open database \"" + file + "\": unable to open database file\n");
   }
