@@ -8,6 +8,7 @@
 #include "Listing.h"
 #include "Module.h"
 #include "Table.h"
+#include "Vocabulary.h"
 
 namespace Tool {
 
@@ -20,15 +21,6 @@ struct CheckOptions {
   bool explain = false;
   bool from_stdin = false;
 };
-
-Perenna::Method_t KnownMethod(const std::string& name) {
-  Perenna::Method_t method = Perenna::METH_MAX;
-  if (!Perenna::StringToMethod(name, method)) {
-    throw Failure(ExitStatus::Usage, "METHOD: " + Quoted(name) +
-                                         " is none of OPTIONS, HEAD, GET, POST, PUT, DELETE, TRACE, CONNECT, PATCH");
-  }
-  return method;
-}
 
 bool MayDo(Module& module, const Perenna::HTTPRequest& request, const std::string& user_id) {
   return module.Ask(

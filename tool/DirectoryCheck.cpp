@@ -5,12 +5,10 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "Lint.h"
 #include "LocalAccessManager.h"
-#include "Log.h"
 #include "PN_HTTP.h"
-#include "PN_Regex.h"
 #include "PN_x509Thumbprint.h"
+#include "Vocabulary.h"
 
 namespace Tool {
 
@@ -41,19 +39,14 @@ bool IsCanonicalThumbprint(const std::string& text) {
   return thumbprint.DecodeBase64(text.c_str()) && text == thumbprint.EncodeBase64(canonical.data(), canonical.size());
 }
 
-/// Why a pattern never matches; empty when it compiles.
+/// What is wrong with a pattern; empty when nothing is.
 std::string PatternFault(const std::string& pattern) {
-  if (pattern.empty() || pattern.front() == '\0') {
-    return "is empty: it matches nothing";
+  std::string fault;
+  CompilePattern(pattern, fault);
+  if (!fault.empty()) {
+    return Excerpt(pattern) + " is " + fault;
   }
-  TheLog().Clear();
-  if (Perenna::RegularExpression(pattern).valid()) {
-    return pattern.find('\0') == std::string::npos ? "" : "holds a NUL: what follows it does not count";
-  }
-  const auto errors = TheLog().Errors();
-  const std::size_t reason = errors.empty() ? std::string::npos : errors.front().rfind("\": ");
-  return Excerpt(pattern) + " is not a POSIX extended regular expression" +
-         (reason == std::string::npos ? "" : ": " + Shown(errors.front().substr(reason + 3)));
+  return pattern.find('\0') == std::string::npos ? "" : "holds a NUL: what follows it does not count";
 }
 
 /// Looks at one row after the other.

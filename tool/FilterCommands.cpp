@@ -7,10 +7,9 @@
 
 #include "Database.h"
 #include "Listing.h"
-#include "Log.h"
 #include "Module.h"
-#include "PN_Regex.h"
 #include "Table.h"
+#include "Vocabulary.h"
 
 namespace Tool {
 
@@ -38,29 +37,17 @@ Json FilterJson(const Perenna::PListDict& row) {
           {"filter", JsonText(Field(row, Keys::filter))}};
 }
 
-/// Compiles a pattern. Throws `Failure` with the compiler's explanation.
 std::unique_ptr<Perenna::RegularExpression> Compile(const std::string& pattern) {
-  TheLog().Clear();
-  auto compiled = std::make_unique<Perenna::RegularExpression>(pattern);
-  if (!compiled->valid()) {
-    const auto errors = TheLog().Errors();
-    const std::string line = errors.empty() ? "an empty pattern matches nothing" : errors.front();
-    throw Failure(ExitStatus::Usage, "PATTERN: " + Quoted(pattern) + " is not a POSIX extended regular expression: " +
-                                         line.substr(line.rfind(": ") == std::string::npos ? 0 : line.rfind(": ") + 2));
+  std::string fault;
+  auto compiled = CompilePattern(pattern, fault);
+  if (!fault.empty()) {
+    throw Failure(ExitStatus::Usage, "PATTERN: " + Quoted(pattern) + " is " + fault);
   }
   return compiled;
 }
 
 std::vector<std::string> Methods(const FilterOptions& options) {
   return CLI::detail::split(options.methods, ',');
-}
-
-std::string MethodNames() {
-  std::string names;
-  for (std::uint32_t method = 0; method < Perenna::METH_MAX; ++method) {
-    names += (names.empty() ? "" : ", ") + std::string(MethodToString(static_cast<Perenna::Method_t>(method)));
-  }
-  return names;
 }
 
 /// "Allow" or "Deny", whatever the letter case: the module knows no other spelling. Throws `Failure`.
@@ -76,10 +63,7 @@ std::string KnownAction(const std::string& action) {
 /// Refuses what the module would store but never apply.
 void CheckFilter(Module& module, const FilterOptions& options) {
   for (const std::string& method : Methods(options)) {
-    Perenna::Method_t known = Perenna::METH_MAX;
-    if (!Perenna::StringToMethod(method, known)) {
-      throw Failure(ExitStatus::Usage, "METHOD: " + Quoted(method) + " is none of " + MethodNames());
-    }
+    KnownMethod(method);
   }
   Compile(options.pattern);
   if (!module.GroupExists(options.group)) {

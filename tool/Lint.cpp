@@ -4,16 +4,6 @@
 
 namespace Tool {
 
-namespace {
-
-constexpr const char* GroupIdCharacters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-";
-
-} // namespace
-
-bool IsGroupId(std::string_view group_id) {
-  return !group_id.empty() && group_id.find_first_not_of(GroupIdCharacters) == std::string_view::npos;
-}
-
 Lint::Lint(const StoredDirectory& stored, const Mender& mender, Progress& progress)
     : m_Stored(stored), m_Mender(mender), m_Progress(progress) {}
 

@@ -117,7 +117,4 @@ private:
   std::unordered_set<std::string_view> m_GrantingGroups; // that have an Allow which can grant something
 };
 
-/// Whether the module would accept the id for a new group.
-bool IsGroupId(std::string_view group_id);
-
 } // namespace Tool

@@ -7,9 +7,8 @@
 #include "Anchoring.h"
 #include "Lint.h"
 #include "LintKinds.h"
-#include "Log.h"
 #include "PN_HTTP.h"
-#include "PN_Regex.h"
+#include "Vocabulary.h"
 
 namespace Tool {
 
@@ -32,7 +31,7 @@ bool SameButForCase(const std::string& left, const std::string& right) {
 }
 
 /// The known spelling of a method or an action that differs in letter case only; else as it is.
-std::string KnownMethod(const std::string& name) {
+std::string SpelledMethod(const std::string& name) {
   for (std::uint32_t method = 0; method < Perenna::METH_MAX; ++method) {
     std::string known = Perenna::MethodToString(static_cast<Perenna::Method_t>(method));
     if (SameButForCase(name, known)) {
@@ -42,7 +41,7 @@ std::string KnownMethod(const std::string& name) {
   return name;
 }
 
-std::string KnownAction(const std::string& name) {
+std::string SpelledAction(const std::string& name) {
   return SameButForCase(name, Allow) ? Allow : SameButForCase(name, Deny) ? Deny : name;
 }
 
@@ -63,17 +62,8 @@ Lint::FilterRow Lint::ReadFilter(std::size_t row) const {
 
 const std::string& Lint::PatternFault(std::string_view pattern) {
   const auto [entry, is_new] = m_PatternFaults.emplace(pattern, "");
-  if (is_new && (pattern.empty() || pattern.front() == '\0')) {
-    entry->second = "the pattern is empty, and an empty one matches nothing";
-  } else if (is_new) {
-    TheLog().Clear();
-    if (!Perenna::RegularExpression(std::string(pattern)).valid()) {
-      const auto errors = TheLog().Errors();
-      const std::size_t reason = errors.empty() ? std::string::npos : errors.front().rfind("\": ");
-      entry->second =
-          "the pattern is not a POSIX extended regular expression and matches nothing" +
-          (reason == std::string::npos ? "" : ": " + Shown(errors.front().substr(reason + 3), Backslash::Kept));
-    }
+  if (is_new) {
+    CompilePattern(std::string(pattern), entry->second);
   }
   return entry->second;
 }
@@ -143,7 +133,7 @@ bool Lint::AddFilterFaults(std::size_t row, const FilterRow& filter) {
                                 Count(members->second.size(), "left-over membership") + " in it"});
   }
   if (!pattern_fault.empty()) {
-    faults.push_back({&LintKinds::FilterPattern, pattern_fault});
+    faults.push_back({&LintKinds::FilterPattern, "the pattern is " + pattern_fault + ": it never applies"});
   }
   if (!IsAction(filter.action)) {
     faults.push_back({&LintKinds::FilterAction,
@@ -152,7 +142,7 @@ bool Lint::AddFilterFaults(std::size_t row, const FilterRow& filter) {
   if (faults.empty()) {
     return false;
   }
-  const FilterRow better = {KnownMethod(filter.method), filter.group, filter.pattern, KnownAction(filter.action)};
+  const FilterRow better = {SpelledMethod(filter.method), filter.group, filter.pattern, SpelledAction(filter.action)};
   const bool is_meant = group_exists && pattern_fault.empty() && IsMethod(better.method) && IsAction(better.action);
   const Mender::Command command = is_meant ? ReplaceFilter(filter, better) : DeleteFilter(filter);
   for (const Fault& fault : faults) {

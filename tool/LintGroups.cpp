@@ -4,6 +4,7 @@
 
 #include "Lint.h"
 #include "LintKinds.h"
+#include "Vocabulary.h"
 
 namespace Tool {
 

@@ -2,6 +2,7 @@
 
 #include "PN_PagedResults.h"
 #include "Text.h"
+#include "Vocabulary.h"
 
 namespace Tool {
 
@@ -11,10 +12,8 @@ CLI::Validator NotEmpty() {
 
 CLI::Validator GroupId() {
   return {[](const std::string& text) {
-            const bool valid =
-                !text.empty() && text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
-                                                        "0123456789_-") == std::string::npos;
-            return valid ? std::string() : Quoted(text) + " is not a group's id: letters, digits, \"_\" and \"-\"";
+            return IsGroupId(text) ? std::string()
+                                   : Quoted(text) + " is not a group's id: letters, digits, \"_\" and \"-\"";
           },
           ""};
 }
