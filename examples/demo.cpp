@@ -7,17 +7,17 @@
 
 #include <LocalAccessManager.h>
 
-#include "Database.h"
-#include "Explanation.h"
-#include "Log.h"
-#include "Module.h"
-#include "Table.h"
+#include "directory/Explanation.h"
+#include "directory/file/Database.h"
+#include "directory/Log.h"
+#include "directory/Module.h"
+#include "tool/terminal/Table.h"
 
 namespace {
 
 class Demo {
 public:
-  explicit Demo(const std::string& file) : m_Module(file), m_Database(file, Tool::Database::Access::Read) {}
+  explicit Demo(const std::string& file) : m_Module(file), m_Database(file, AccessDirectory::Database::Access::Read) {}
 
   void AskPassword(const std::string& user, const std::string& password) {
     const bool known = m_Module.Manager().TestUserIdAndPassword(AnyRequest(), user, password);
@@ -32,7 +32,7 @@ public:
 
   void AskRequest(const std::string& user, Perenna::Method_t method, const std::string& url) {
     const Perenna::HTTPRequest request(method, url);
-    const Tool::Explanation explanation = Tool::Explain(m_Module, m_Database, request, user);
+    const AccessDirectory::Explanation explanation = AccessDirectory::Explain(m_Module, m_Database, request, user);
     Add(user + " " + Perenna::MethodToString(method) + " " + url + "?", explanation.allowed, "allowed",
         explanation.Reason());
   }
@@ -88,8 +88,8 @@ private:
     return known ? "the stored salted digest is the password's" : "the stored salted digest is another password's";
   }
 
-  Tool::Module m_Module;
-  Tool::Database m_Database;
+  AccessDirectory::Module m_Module;
+  AccessDirectory::Database m_Database;
   Tool::Table m_Table{{"QUESTION", "ANSWER", "REASON"}};
 };
 
@@ -101,7 +101,7 @@ int main(int argc, char* argv[]) {
     return 2;
   }
   try {
-    Tool::TheLog();
+    AccessDirectory::TheLog();
     std::ifstream file(argv[2]);
     Perenna::X509Certificate certificate;
     if (certificate.DecodePEM({std::istreambuf_iterator<char>(file), {}}).Failed()) {

@@ -6,13 +6,13 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include "Arguments.h"
-#include "Commands.h"
-#include "Failure.h"
-#include "Help.h"
-#include "Log.h"
-#include "Secret.h"
-#include "Suggestion.h"
+#include "directory/Failure.h"
+#include "directory/Log.h"
+#include "tool/cli/Arguments.h"
+#include "tool/cli/Help.h"
+#include "tool/cli/Suggestion.h"
+#include "tool/command/Commands.h"
+#include "tool/terminal/Prompt.h"
 
 namespace {
 
@@ -43,7 +43,7 @@ void Describe(CLI::App& app) {
 }
 
 /// Runs what the command line asks for. Errors of usage are explained on standard error.
-Tool::ExitStatus Run(int argc, char** argv) {
+AccessDirectory::ExitStatus Run(int argc, char** argv) {
   CLI::App app;
   Tool::Context context;
   Describe(app);
@@ -67,12 +67,12 @@ Tool::ExitStatus Run(int argc, char** argv) {
     app.parse(Tool::ArgumentsToParse(arguments));
   } catch (const CLI::Success& asked_for_help) {
     app.exit(asked_for_help);
-    return Tool::ExitStatus::Done;
+    return AccessDirectory::ExitStatus::Done;
   } catch (const CLI::ParseError& error) {
     std::cerr << Tool::Explain(app, error, arguments);
-    return Tool::ExitStatus::Usage;
+    return AccessDirectory::ExitStatus::Usage;
   }
-  Tool::TheLog().SetVerbose(context.IsVerbose());
+  AccessDirectory::TheLog().SetVerbose(context.IsVerbose());
   return context.Run();
 }
 
@@ -84,10 +84,10 @@ bool ReaderIsGone() {
 
 /// Runs the command and writes all of its output. A reader that has gone away wants no explanation; a full disk needs
 /// one. In both cases nothing was answered, so the status is none that an answer has.
-Tool::ExitStatus RunAndFlush(int argc, char** argv) {
+AccessDirectory::ExitStatus RunAndFlush(int argc, char** argv) {
   std::cout.exceptions(std::ios::badbit);
   try {
-    const Tool::ExitStatus status = Run(argc, argv);
+    const AccessDirectory::ExitStatus status = Run(argc, argv);
     std::cout.flush();
     return status;
   } catch (const std::ios_base::failure&) {
@@ -95,20 +95,20 @@ Tool::ExitStatus RunAndFlush(int argc, char** argv) {
     if (!ReaderIsGone()) {
       std::cerr << "perenna-access: the output could not be written\n";
     }
-    return Tool::ExitStatus::Failed;
+    return AccessDirectory::ExitStatus::Failed;
   }
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-  Tool::ExitStatus status = Tool::ExitStatus::Failed;
+  AccessDirectory::ExitStatus status = Tool::ExitStatus::Failed;
   try {
     Tool::ProtectProcess();
     std::ios::sync_with_stdio(false);
-    Tool::TheLog();
+    AccessDirectory::TheLog();
     status = RunAndFlush(argc, argv);
-  } catch (const Tool::Failure& failure) {
+  } catch (const AccessDirectory::Failure& failure) {
     std::cout.exceptions(std::ios::goodbit);
     std::cout.flush(); // what was done before the failure comes first
     std::cerr << "perenna-access: " << failure.what() << '\n';

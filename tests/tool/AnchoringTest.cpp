@@ -4,8 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include "Anchoring.h"
 #include "PN_Regex.h"
+#include "directory/lint/Anchoring.h"
 #include "support/Support.h"
 
 namespace Testing {
@@ -38,10 +38,10 @@ TEST(Anchoring, ReadsEveryAlternativeAndKeepsTheMeaning) {
       {"^a)|b", false, "", ""},
   };
   for (const Case& row : cases) {
-    EXPECT_EQ(Tool::IsAnchored(row.pattern), row.anchored) << row.pattern;
+    EXPECT_EQ(AccessDirectory::IsAnchored(row.pattern), row.anchored) << row.pattern;
     if (!row.anchored) {
-      EXPECT_EQ(Tool::Anchored(row.pattern, false).value_or(""), row.wide) << row.pattern;
-      EXPECT_EQ(Tool::Anchored(row.pattern, true).value_or(""), row.narrow) << row.pattern;
+      EXPECT_EQ(AccessDirectory::Anchored(row.pattern, false).value_or(""), row.wide) << row.pattern;
+      EXPECT_EQ(AccessDirectory::Anchored(row.pattern, true).value_or(""), row.narrow) << row.pattern;
     }
   }
 }
@@ -67,9 +67,9 @@ TEST(Anchoring, AgreesWithTheMatcherOnRandomPatterns) {
     if (!compiled.valid()) {
       continue;
     }
-    const bool is_anchored = Tool::IsAnchored(pattern);
-    const auto wide = is_anchored ? std::nullopt : Tool::Anchored(pattern, false);
-    const auto narrow = is_anchored ? std::nullopt : Tool::Anchored(pattern, true);
+    const bool is_anchored = AccessDirectory::IsAnchored(pattern);
+    const auto wide = is_anchored ? std::nullopt : AccessDirectory::Anchored(pattern, false);
+    const auto narrow = is_anchored ? std::nullopt : AccessDirectory::Anchored(pattern, true);
     anchored += is_anchored ? 1 : 0;
     rewritten += wide ? 1 : 0;
     for (int url_number = 0; url_number < 12; ++url_number) {

@@ -9,8 +9,8 @@
 
 #include <gtest/gtest.h>
 
-#include "Explanation.h"
 #include "ToolDirectory.h"
+#include "directory/Explanation.h"
 
 namespace Testing {
 namespace {
@@ -86,11 +86,11 @@ bool Match(const std::string& pattern, const std::string& url, std::string& part
   return matches;
 }
 
-void ExpectTrue(const Tool::Explanation& explanation, const std::string& method, const std::string& url) {
+void ExpectTrue(const AccessDirectory::Explanation& explanation, const std::string& method, const std::string& url) {
   bool denied = false;
   bool allowed = false;
   std::size_t deciders = 0;
-  for (const Tool::ExplainedFilter& filter : explanation.filters) {
+  for (const AccessDirectory::ExplainedFilter& filter : explanation.filters) {
     std::string part;
     const bool matches = Match(filter.pattern, url, part);
     EXPECT_EQ(filter.matches, matches) << filter.pattern;
@@ -110,8 +110,8 @@ void ExpectTrue(const Tool::Explanation& explanation, const std::string& method,
 }
 
 TEST_F(ExplanationProperty, AgreesWithTheModule) {
-  Tool::Module module(File());
-  Tool::Database database(File(), Tool::Database::Access::Read);
+  AccessDirectory::Module module(File());
+  AccessDirectory::Database database(File(), AccessDirectory::Database::Access::Read);
   for (int directory = 0; directory < Directories && !HasFailure(); ++directory) {
     Generate();
     for (int request = 0; request < RequestsToEach && !HasFailure(); ++request) {
@@ -122,7 +122,7 @@ TEST_F(ExplanationProperty, AgreesWithTheModule) {
       SCOPED_TRACE(::testing::PrintToString(std::vector<std::string>{MethodToString(method), url, user}));
       const Perenna::HTTPRequest asked(method, url);
       const bool verdict = module.Manager().TestRequestForUser(asked, user);
-      const Tool::Explanation explanation = Tool::Explain(module, database, asked, user);
+      const AccessDirectory::Explanation explanation = AccessDirectory::Explain(module, database, asked, user);
       EXPECT_EQ(explanation.allowed, verdict) << explanation.Reason();
       ExpectTrue(explanation, MethodToString(method), url);
 
@@ -136,7 +136,7 @@ TEST_F(ExplanationProperty, AgreesWithTheModule) {
 
 TEST_F(ExplanationProperty, TheBinarySaysTheSame) {
   Generate();
-  Tool::Module module(File());
+  AccessDirectory::Module module(File());
   const std::vector<std::string> plain_methods(Methods.begin(), Methods.begin() + 3);
   const std::vector<std::string> plain_urls(Urls.begin(), Urls.begin() + 3);
   std::string questions;

@@ -1,0 +1,78 @@
+#include "directory/Credential.h"
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <iterator>
+
+#include "LocalAccessManager.h"
+#include "PN_x509.h"
+#include "directory/Failure.h"
+#include "directory/Text.h"
+
+namespace AccessDirectory {
+
+namespace {
+
+constexpr std::size_t ThumbprintTextBytes = 64;
+constexpr std::size_t MaximumCertificateBytes = 1048576;
+constexpr const char* FingerprintPrefix = "Fingerprint=";
+
+std::string Canonical(const Perenna::X509Thumbprint& thumbprint) {
+  std::array<char, ThumbprintTextBytes> text{};
+  return thumbprint.EncodeBase64(text.data(), text.size());
+}
+
+} // namespace
+
+const std::string& Credential::Method() const {
+  return password ? LocalAccessManager::Strings::sha256 : LocalAccessManager::Strings::tls_client_certificate;
+}
+
+std::string Credential::StoredValue() const {
+  return password ? calculate_sha_password_expression(password->Text()) : thumbprint;
+}
+
+void Credential::AddTo(Perenna::PListDict& request) const {
+  if (password) {
+    request.SetValue(LocalAccessManager::Strings::password, password->Text());
+  } else {
+    request.SetValue(LocalAccessManager::Strings::certificate, thumbprint);
+  }
+}
+
+std::string ThumbprintFromText(const std::string& text) {
+  std::string bare = text;
+  if (const std::size_t prefix = text.find(FingerprintPrefix); prefix != std::string::npos) {
+    bare.erase(0, prefix + std::char_traits<char>::length(FingerprintPrefix));
+  }
+  std::string digits = bare;
+  digits.erase(std::remove(digits.begin(), digits.end(), ':'), digits.end());
+  Perenna::X509Thumbprint thumbprint;
+  if (!thumbprint.DecodeHex(digits.c_str()) && !thumbprint.DecodeBase64(bare.c_str())) {
+    throw Failure(ExitStatus::Usage, "--thumbprint: " + Quoted(text) +
+                                         " is not a SHA-1 thumbprint: 40 hexadecimal digits, with or without colons, "
+                                         "or 28 characters of base64");
+  }
+  return Canonical(thumbprint);
+}
+
+std::string ThumbprintFromFile(const std::string& file) {
+  std::ifstream in(file, std::ios::binary);
+  std::string bytes(MaximumCertificateBytes, '\0');
+  in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  bytes.resize(static_cast<std::size_t>(in.gcount()));
+  if (bytes.empty()) {
+    throw Failure(ExitStatus::Usage, "--certificate: cannot read " + Quoted(file) + ", or it is empty");
+  }
+  Perenna::X509Certificate certificate;
+  const auto* const der = reinterpret_cast<const Tarn::byte_t*>(bytes.data());
+  if (certificate.DecodeDER(der, static_cast<unsigned>(bytes.size())).Failed() &&
+      certificate.DecodePEM(bytes).Failed()) {
+    throw Failure(ExitStatus::Usage,
+                  "--certificate: " + Quoted(file) + " holds no X.509 certificate in PEM or DER form");
+  }
+  return Canonical(certificate.Thumbprint());
+}
+
+} // namespace AccessDirectory

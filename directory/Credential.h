@@ -1,0 +1,31 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "PN_PList.h"
+#include "directory/Secret.h"
+
+namespace AccessDirectory {
+
+/// A new credential: a password, or the canonical base64 text of a certificate's thumbprint.
+struct Credential {
+  std::optional<Secret> password;
+  std::string thumbprint;
+
+  /// The method under which it is stored: "sha256" or "tls_client_certificate".
+  const std::string& Method() const;
+  /// What is stored for it: a salted digest of the password, or the thumbprint.
+  std::string StoredValue() const;
+  /// Puts it into a request for `UserManager::CreateUser`.
+  void AddTo(Perenna::PListDict& request) const;
+};
+
+/// The thumbprint in canonical base64 of a text in hexadecimal (with or without colons), in base64, or as
+/// "openssl x509 -fingerprint" prints it. Throws `Failure`.
+std::string ThumbprintFromText(const std::string& text);
+
+/// The thumbprint in canonical base64 of the certificate in a PEM or DER file. Throws `Failure`.
+std::string ThumbprintFromFile(const std::string& file);
+
+} // namespace AccessDirectory

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "PN_HTTP.h"
+#include "directory/file/Database.h"
+#include "directory/Module.h"
+#include "directory/Text.h"
+
+namespace AccessDirectory {
+
+/// What one filter of a user's groups has to say about a request.
+struct ExplainedFilter {
+  std::string group;
+  std::string method;
+  std::string pattern;
+  std::string action;
+  bool names_method = false;
+  bool matches = false; ///< the pattern, whatever the method
+  std::string part;     ///< the part of the URL that matched
+  bool decides = false; ///< the first row that settles the verdict
+  bool Applies() const noexcept { return names_method && matches; }
+};
+
+/// A verdict with its reasons.
+struct Explanation {
+  bool allowed = false; ///< the module's own answer
+  bool user_exists = false;
+  std::vector<std::string> groups;
+  std::vector<ExplainedFilter> filters; ///< in the order of decision: what refuses, what grants, the rest
+
+  /// One sentence that says why.
+  std::string Reason() const;
+  Json ToJson() const;
+};
+
+/// Asks the module and explains its answer from the stored rows. Both see the same state: when another program changes
+/// the directory in between, it starts again. Throws `Failure`, also when rows and answer cannot be reconciled.
+Explanation Explain(Module& module, Database& database, const Perenna::HTTPRequest& request,
+                    const std::string& user_id);
+
+} // namespace AccessDirectory

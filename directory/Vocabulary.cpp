@@ -1,0 +1,49 @@
+#include "directory/Vocabulary.h"
+
+#include "directory/Failure.h"
+#include "directory/Log.h"
+#include "directory/Text.h"
+
+namespace AccessDirectory {
+
+namespace {
+
+constexpr const char* GroupIdCharacters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-";
+
+} // namespace
+
+bool IsGroupId(std::string_view group_id) noexcept {
+  return !group_id.empty() && group_id.find_first_not_of(GroupIdCharacters) == std::string_view::npos;
+}
+
+Perenna::Method_t KnownMethod(const std::string& name) {
+  Perenna::Method_t method = Perenna::METH_MAX;
+  if (Perenna::StringToMethod(name, method)) {
+    return method;
+  }
+  std::string names;
+  for (std::uint32_t known = 0; known < Perenna::METH_MAX; ++known) {
+    names.append(names.empty() ? "" : ", ").append(MethodToString(static_cast<Perenna::Method_t>(known)));
+  }
+  throw Failure(ExitStatus::Usage, "METHOD: " + Quoted(name) + " is none of " + names);
+}
+
+std::unique_ptr<Perenna::RegularExpression> CompilePattern(const std::string& pattern, std::string& fault) {
+  fault.clear();
+  TheLog().Clear();
+  auto compiled = std::make_unique<Perenna::RegularExpression>(pattern);
+  if (pattern.empty() || pattern.front() == '\0') {
+    fault = "empty, and an empty pattern matches nothing";
+  } else if (!compiled->valid()) {
+    fault = "not a POSIX extended regular expression";
+    // The log has the pattern between quotes, a colon, and the compiler's explanation.
+    const auto errors = TheLog().Errors();
+    const std::size_t quoted_end = errors.empty() ? std::string::npos : errors.front().rfind("\": ");
+    if (quoted_end != std::string::npos) {
+      fault += ": " + Shown(errors.front().substr(quoted_end + 3), Backslash::Kept);
+    }
+  }
+  return compiled;
+}
+
+} // namespace AccessDirectory

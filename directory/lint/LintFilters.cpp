@@ -1,0 +1,201 @@
+// Filters: those that never apply, or not as they seem to.
+
+#include <array>
+
+#include <strings.h>
+
+#include "PN_HTTP.h"
+#include "directory/lint/Anchoring.h"
+#include "directory/lint/Lint.h"
+#include "directory/lint/LintKinds.h"
+#include "directory/Vocabulary.h"
+
+namespace AccessDirectory {
+
+namespace {
+
+constexpr const char* Allow = "Allow";
+constexpr const char* Deny = "Deny";
+
+bool IsMethod(const std::string& name) {
+  Perenna::Method_t method = Perenna::METH_MAX;
+  return Perenna::StringToMethod(name, method);
+}
+
+bool IsAction(const std::string& name) {
+  return name == Allow || name == Deny;
+}
+
+bool SameButForCase(const std::string& left, const std::string& right) {
+  return left.size() == right.size() && strcasecmp(left.c_str(), right.c_str()) == 0;
+}
+
+/// The known spelling of a method or an action that differs in letter case only; else as it is.
+std::string SpelledMethod(const std::string& name) {
+  for (std::uint32_t method = 0; method < Perenna::METH_MAX; ++method) {
+    std::string known = Perenna::MethodToString(static_cast<Perenna::Method_t>(method));
+    if (SameButForCase(name, known)) {
+      return known;
+    }
+  }
+  return name;
+}
+
+std::string SpelledAction(const std::string& name) {
+  return SameButForCase(name, Allow) ? Allow : SameButForCase(name, Deny) ? Deny : name;
+}
+
+} // namespace
+
+std::string Lint::FilterRow::KeyOfDeny() const {
+  return method + '\0' + group + '\0' + pattern;
+}
+
+std::string Lint::FilterRow::Key() const {
+  return KeyOfDeny() + '\0' + action;
+}
+
+Lint::FilterRow Lint::ReadFilter(std::size_t row) const {
+  return {Text(Filters, row, FilterColumn::Method), Text(Filters, row, FilterColumn::Group),
+          Text(Filters, row, FilterColumn::Pattern), Text(Filters, row, FilterColumn::Action)};
+}
+
+const std::string& Lint::PatternFault(std::string_view pattern) {
+  const auto [entry, is_new] = m_PatternFaults.emplace(pattern, "");
+  if (is_new) {
+    CompilePattern(std::string(pattern), entry->second);
+  }
+  return entry->second;
+}
+
+/// Which groups have filters, which can grant anything, and what else one filter has to know of the others.
+void Lint::IndexFilters() {
+  const StoredRows& rows = In(Filters);
+  for (std::size_t row = 0; row < rows.texts.Count(); ++row) {
+    const FilterRow filter = ReadFilter(row);
+    if (!rows.IsBlob(row, FilterColumn::Group) && !rows.IsBlob(row, FilterColumn::Method)) {
+      m_FilteredGroups.insert(rows.texts.At(row, FilterColumn::Group));
+      m_FilterKeys.insert(filter.Key());
+      if (filter.action == Deny) {
+        m_Denials.insert(filter.KeyOfDeny());
+      }
+    }
+  }
+  for (std::size_t row = 0; row < rows.texts.Count(); ++row) {
+    m_Progress.Advance(1);
+    const FilterRow filter = ReadFilter(row);
+    if (filter.action == Allow && !rows.IsBlob(row, FilterColumn::Group) && !rows.IsBlob(row, FilterColumn::Method) &&
+        IsMethod(filter.method) && PatternFault(rows.texts.At(row, FilterColumn::Pattern)).empty() &&
+        m_Denials.count(filter.KeyOfDeny()) == 0) {
+      m_GrantingGroups.insert(rows.texts.At(row, FilterColumn::Group));
+    }
+  }
+}
+
+Mender::Command Lint::DeleteFilter(const FilterRow& filter) const {
+  if (filter.method.find(',') != std::string::npos) {
+    return std::nullopt; // would be taken for two
+  }
+  return m_Mender.Run({"filter", "delete"}, {filter.group, filter.action, filter.method, filter.pattern});
+}
+
+Mender::Command Lint::AddFilter(const FilterRow& filter) const {
+  return m_Mender.Run({"filter", "add"}, {filter.group, filter.action, filter.method, filter.pattern});
+}
+
+/// Adds the better filter, unless it is there, and then deletes the other.
+Mender::Command Lint::ReplaceFilter(const FilterRow& filter, const FilterRow& better) {
+  Mender::Command deletion = DeleteFilter(filter);
+  if (!m_FilterKeys.insert(better.Key()).second) {
+    return deletion;
+  }
+  return Mender::Then(AddFilter(better), deletion);
+}
+
+/// Adds what keeps the filter from ever applying; false when nothing does.
+bool Lint::AddFilterFaults(std::size_t row, const FilterRow& filter) {
+  struct Fault {
+    const LintKind* kind;
+    std::string why;
+  };
+  std::vector<Fault> faults;
+  const bool group_exists = m_Groups.count(filter.group) > 0;
+  const std::string& pattern_fault = PatternFault(In(Filters).texts.At(row, FilterColumn::Pattern));
+  if (!IsMethod(filter.method)) {
+    faults.push_back({&LintKinds::FilterMethod, Quoted(filter.method) + " is no HTTP method: no request has it"});
+  }
+  if (!group_exists) {
+    const auto members = m_MembershipsOfGroup.find(filter.group);
+    faults.push_back({&LintKinds::FilterGroup,
+                      members == m_MembershipsOfGroup.end()
+                          ? "there is no such group: the filter applies to nobody, until a group of this id is added"
+                          : "there is no such group, and yet the filter applies to the users of " +
+                                Count(members->second.size(), "left-over membership") + " in it"});
+  }
+  if (!pattern_fault.empty()) {
+    faults.push_back({&LintKinds::FilterPattern, "the pattern is " + pattern_fault + ": it never applies"});
+  }
+  if (!IsAction(filter.action)) {
+    faults.push_back({&LintKinds::FilterAction,
+                      Quoted(filter.action) + " is neither Allow nor Deny: the filter neither grants nor refuses"});
+  }
+  if (faults.empty()) {
+    return false;
+  }
+  const FilterRow better = {SpelledMethod(filter.method), filter.group, filter.pattern, SpelledAction(filter.action)};
+  const bool is_meant = group_exists && pattern_fault.empty() && IsMethod(better.method) && IsAction(better.action);
+  const Mender::Command command = is_meant ? ReplaceFilter(filter, better) : DeleteFilter(filter);
+  for (const Fault& fault : faults) {
+    Add(*fault.kind, Filters, row, fault.why, command ? *command : DeleteRow(Filters, row));
+  }
+  return true;
+}
+
+void Lint::CheckFilter(std::size_t row) {
+  if (AddUnreachable(Filters, row, FilterColumn::Count)) {
+    return;
+  }
+  const FilterRow filter = ReadFilter(row);
+  const bool is_new = m_FiltersSeen.insert(filter.Key()).second;
+  if (AddFilterFaults(row, filter)) {
+    return;
+  }
+  const Mender::Command deletion = DeleteFilter(filter);
+  if (filter.action == Allow && m_Denials.count(filter.KeyOfDeny()) > 0) {
+    Add(LintKinds::FilterOverruled, Filters, row,
+        "the same group has a Deny of the same method and pattern: this Allow never grants anything",
+        deletion ? *deletion : DeleteRow(Filters, row));
+  } else if (!is_new) {
+    // Deleting deletes both. With a Deny there must be no moment without it.
+    const Mender::Command once = filter.action == Deny ? std::nullopt : Mender::Then(deletion, AddFilter(filter));
+    Add(LintKinds::FilterRepeated, Filters, row,
+        "the same filter stands in an earlier row: this one has no effect, but goes when that one is deleted",
+        once ? *once : DeleteRow(Filters, row));
+  } else {
+    CheckAnchoring(row, filter);
+  }
+}
+
+void Lint::CheckAnchoring(std::size_t row, const FilterRow& filter) {
+  if (IsAnchored(filter.pattern)) {
+    return;
+  }
+  // A Deny is never narrowed: that would let in what it refuses now.
+  const std::optional<std::string> anchored = Anchored(filter.pattern, filter.action == Allow);
+  const std::string why =
+      "the pattern does not begin with \"^\": it matches anywhere in a URL, also further on in a longer path or in the "
+      "query; ";
+  const Mender::Command command =
+      anchored ? ReplaceFilter(filter, {filter.method, filter.group, *anchored, filter.action}) : std::nullopt;
+  if (!command) {
+    Add(LintKinds::FilterUnanchored, Filters, row, why + "was that meant?",
+        "begin the pattern with \"^\", or with \"^.*\" if it is meant to match anywhere");
+    return;
+  }
+  Add(LintKinds::FilterUnanchored, Filters, row,
+      why + (anchored->rfind("^.*", 0) == 0 ? "the command keeps that and says so"
+                                            : "the command makes it match at the start only"),
+      *command);
+}
+
+} // namespace AccessDirectory

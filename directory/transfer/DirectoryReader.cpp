@@ -1,0 +1,15 @@
+#include "directory/transfer/DirectoryReader.h"
+
+#include <istream>
+
+#include "directory/transfer/DirectoryReceiver.h"
+
+namespace AccessDirectory {
+
+bool ReadDirectory(Input& input, Directory& directory, FileFindings& errors) {
+  DirectoryReceiver receiver(input, directory, errors);
+  std::istream stream(&input);
+  return Json::sax_parse(stream, &receiver);
+}
+
+} // namespace AccessDirectory

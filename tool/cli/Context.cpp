@@ -1,0 +1,109 @@
+#include "tool/cli/Context.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <memory>
+
+#include "LocalAccessManager.h"
+#include "tool/cli/Validators.h"
+
+namespace Tool {
+
+namespace {
+
+constexpr const char* DatabaseVariable = "PERENNA_ACCESS_DATABASE";
+
+std::string DatabaseOfConfiguration(const std::string& file) {
+  std::ifstream in(file, std::ios::binary);
+  const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  if (!in) {
+    throw Failure(ExitStatus::Usage, "--config: cannot read " + Quoted(file));
+  }
+  const std::unique_ptr<Perenna::PListItem> root(Perenna::PListItem::CreateFromJSON(text));
+  const auto* const configuration = dynamic_cast<const Perenna::PListDict*>(root.get());
+  if (configuration == nullptr) {
+    throw Failure(ExitStatus::Usage, "--config: " + Quoted(file) + " is not a JSON object");
+  }
+  namespace Keys = LocalAccessManager::Strings;
+  std::string name = configuration->GetDict(Keys::LocalAccessManager).GetData(Keys::DatabaseFilename).GetValue();
+  if (name.empty()) {
+    throw Failure(ExitStatus::Usage, "--config: " + Quoted(file) + " names no database: it has no text under \"" +
+                                         Keys::LocalAccessManager + "\" / \"" + Keys::DatabaseFilename + "\"");
+  }
+  return name;
+}
+
+} // namespace
+
+void Context::AddGlobalOptions(CLI::App& app) {
+  CLI::Option* const database = app.add_option("-d,--database", m_Database,
+                                               std::string("The access database, else the one in ") + DatabaseVariable)
+                                    ->type_name("FILE")
+                                    ->check(NotEmpty());
+  app.add_option("-c,--config", m_Config, "The host's JSON configuration, which names the database")
+      ->type_name("FILE")
+      ->check(NotEmpty())
+      ->excludes(database);
+  app.add_flag("--json", m_Json, "Print JSON for programs instead of text for people");
+  app.add_flag("--verbose", m_Verbose, "Print the library's log lines to standard error");
+}
+
+std::string Context::DatabaseFile() const {
+  if (!m_Database.empty()) {
+    return m_Database;
+  }
+  if (!m_Config.empty()) {
+    return DatabaseOfConfiguration(m_Config);
+  }
+  const char* const named = std::getenv(DatabaseVariable); // NOLINT(concurrency-mt-unsafe): nothing changes it
+  if (named == nullptr || *named == '\0') {
+    throw Failure(ExitStatus::Usage,
+                  std::string("which database? Give --database FILE or --config FILE, or set ") + DatabaseVariable);
+  }
+  return named;
+}
+
+std::vector<std::string> Context::DatabaseArguments() const {
+  if (!m_Database.empty()) {
+    return {"--database=" + m_Database};
+  }
+  return m_Config.empty() ? std::vector<std::string>() : std::vector<std::string>{"--config=" + m_Config};
+}
+
+void Context::OnRun(CLI::App& command, Action action) {
+  command.callback([this, action = std::move(action)] { m_Action = action; });
+}
+
+void Context::Report(const std::string& text, const Json& json) const {
+  if (m_Json) {
+    PrintJson(json);
+  } else {
+    std::cout << text << '\n';
+  }
+}
+
+void PrintJson(const Json& json) {
+  std::cout << json.dump(2, ' ', true) << '\n';
+}
+
+CLI::App& AddCommand(CLI::App& parent, const std::string& name, const std::string& description,
+                     const std::string& example) {
+  CLI::App* const command = parent.add_subcommand(name, description);
+  command->footer("Example:\n  " + example);
+  return *command;
+}
+
+CLI::App& AddCommandGroup(CLI::App& parent, const std::string& name, const std::string& description) {
+  CLI::App* const group = parent.add_subcommand(name, description);
+  group->require_subcommand(1);
+  return *group;
+}
+
+void AddPageOptions(CLI::App& command, PageOptions& page) {
+  command.add_option("--skip", page.skip, "Leave out this many entries at the start")->check(WholeNumber());
+  command.add_option("--limit", page.limit, "Show at most this many entries")->check(WholeNumber());
+}
+
+} // namespace Tool

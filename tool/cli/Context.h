@@ -1,0 +1,63 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "directory/Failure.h"
+#include "directory/Text.h"
+#include "tool/DirectoryNames.h"
+
+namespace Tool {
+
+/// What all subcommands share: the global options and the action that the command line asks for.
+class Context {
+public:
+  /// Gives `app` the global options.
+  void AddGlobalOptions(CLI::App& app);
+
+  /// The database file that --database, --config or PERENNA_ACCESS_DATABASE names. Throws `Failure`.
+  std::string DatabaseFile() const;
+
+  /// The arguments that lead another run of the tool to the same database; none where the environment does.
+  std::vector<std::string> DatabaseArguments() const;
+
+  bool WantsJson() const noexcept { return m_Json; }
+  bool IsVerbose() const noexcept { return m_Verbose; }
+
+  using Action = std::function<ExitStatus()>;
+  /// Makes `action` what runs when the command line names `command`.
+  void OnRun(CLI::App& command, Action action);
+  ExitStatus Run() const { return m_Action(); }
+
+  /// Reports what was done: `text` as a sentence, or `json`.
+  void Report(const std::string& text, const Json& json) const;
+
+private:
+  std::string m_Database;
+  std::string m_Config;
+  bool m_Json = false;
+  bool m_Verbose = false;
+  Action m_Action;
+};
+
+/// Writes `json` to standard output, indented, ASCII only, with a line end.
+void PrintJson(const Json& json);
+
+/// Adds a subcommand with its description, a line and more sentences in a second, and an example of one or more lines.
+CLI::App& AddCommand(CLI::App& parent, const std::string& name, const std::string& description,
+                     const std::string& example);
+
+/// Adds a group of subcommands, such as "user", one of which must be given.
+CLI::App& AddCommandGroup(CLI::App& parent, const std::string& name, const std::string& description);
+
+/// Which rows of a listing to show.
+struct PageOptions {
+  int skip = 0;
+  int limit = 0x7fffffff; ///< unbounded
+};
+void AddPageOptions(CLI::App& command, PageOptions& page);
+
+} // namespace Tool

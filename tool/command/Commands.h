@@ -1,0 +1,23 @@
+#pragma once
+
+#include "tool/cli/Context.h"
+
+namespace Tool {
+
+// One function a family of subcommands; each registers its subcommands with their help. The order here is the order in
+// the help.
+
+void AddInitCommand(CLI::App& app, Context& context);
+void AddUserCommands(CLI::App& app, Context& context);
+void AddGroupCommands(CLI::App& app, Context& context);
+void AddFilterCommands(CLI::App& app, Context& context);
+void AddCheckCommands(CLI::App& app, Context& context);
+void AddLintCommand(CLI::App& app, Context& context);
+void AddTuneCommand(CLI::App& app, Context& context);
+void AddExportCommand(CLI::App& app, Context& context);
+void AddImportCommand(CLI::App& app, Context& context);
+void AddCompletionCommands(CLI::App& app, Context& context);
+void AddHelpCommand(CLI::App& app, Context& context);
+void AddManualCommand(CLI::App& app, Context& context);
+
+} // namespace Tool

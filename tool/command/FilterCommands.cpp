@@ -1,0 +1,218 @@
+#include "tool/command/Commands.h"
+
+#include <iostream>
+#include <memory>
+
+#include <strings.h>
+
+#include "directory/file/Database.h"
+#include "directory/Module.h"
+#include "directory/Vocabulary.h"
+#include "tool/command/Listing.h"
+#include "tool/DirectoryNames.h"
+#include "tool/terminal/Table.h"
+
+namespace Tool {
+
+namespace {
+
+namespace Keys = LocalAccessManager::Strings;
+
+struct FilterOptions {
+  std::string group;
+  std::string action;
+  std::string methods; // joined by commas
+  std::string pattern;
+  std::vector<std::string> urls;
+  std::string method;
+  PageOptions page;
+  bool unchecked = false;
+};
+
+using Options = std::shared_ptr<FilterOptions>;
+
+Json FilterJson(const Perenna::PListDict& row) {
+  return {{"group_id", JsonText(Field(row, Keys::group_id))},
+          {"action", JsonText(Field(row, Keys::action))},
+          {"method", JsonText(Field(row, Keys::method))},
+          {"filter", JsonText(Field(row, Keys::filter))}};
+}
+
+std::unique_ptr<Perenna::RegularExpression> Compile(const std::string& pattern) {
+  std::string fault;
+  auto compiled = CompilePattern(pattern, fault);
+  if (!fault.empty()) {
+    throw Failure(ExitStatus::Usage, "PATTERN: " + Quoted(pattern) + " is " + fault);
+  }
+  return compiled;
+}
+
+std::vector<std::string> Methods(const FilterOptions& options) {
+  return CLI::detail::split(options.methods, ',');
+}
+
+/// "Allow" or "Deny", whatever the letter case: the module knows no other spelling. Throws `Failure`.
+std::string KnownAction(const std::string& action) {
+  for (const char* const known : {"Allow", "Deny"}) {
+    if (strcasecmp(action.c_str(), known) == 0) {
+      return known;
+    }
+  }
+  throw Failure(ExitStatus::Usage, "ACTION: " + Quoted(action) + " is neither Allow nor Deny");
+}
+
+/// Refuses what the module would store but never apply.
+void CheckFilter(Module& module, const FilterOptions& options) {
+  for (const std::string& method : Methods(options)) {
+    KnownMethod(method);
+  }
+  Compile(options.pattern);
+  if (!module.GroupExists(options.group)) {
+    throw Failure(ExitStatus::Refused, "there is no group " + Quoted(options.group));
+  }
+}
+
+Perenna::PListDict Request(const FilterOptions& options, const std::string& method) {
+  Perenna::PListDict request;
+  request.SetValue(Keys::group_id, options.group);
+  request.SetValue(Keys::action, options.action);
+  request.SetValue(Keys::method, method);
+  request.SetValue(Keys::filter, options.pattern);
+  return request;
+}
+
+ExitStatus AddFilter(const Context& context, const FilterOptions& given) {
+  Module module(context.DatabaseFile());
+  FilterOptions options = given;
+  if (!options.unchecked) {
+    options.action = KnownAction(options.action);
+    CheckFilter(module, options);
+  }
+  Json added = Json::array();
+  for (const std::string& method : Methods(options)) {
+    const Perenna::PListDict request = Request(options, method);
+    module.Apply([&request](LocalAccessManager::UserManager& manager) { return manager.CreateFilter(request); });
+    added.push_back(FilterJson(request));
+  }
+  const std::size_t count = added.size();
+  context.Report("Added " + Count(count, "filter") + ".", {{"added", std::move(added)}});
+  return ExitStatus::Done;
+}
+
+ExitStatus DeleteFilter(const Context& context, const FilterOptions& options) {
+  Module module(context.DatabaseFile());
+  Database database(context.DatabaseFile(), Database::Access::Read);
+  const auto count_stored = [&](const std::string& method) {
+    return database.Number(
+        "SELECT count(*) FROM filters WHERE method = ? AND group_id = ? AND filter = ? AND action = ?",
+        {method, options.group, options.pattern, options.action});
+  };
+  // A stored method may itself hold a comma.
+  const bool whole = count_stored(options.methods) > 0;
+  long long count = 0;
+  for (const std::string& method : whole ? std::vector<std::string>{options.methods} : Methods(options)) {
+    const long long stored = count_stored(method);
+    const Perenna::PListDict request = Request(options, method);
+    module.Apply([&request](LocalAccessManager::UserManager& manager) { return manager.DeleteFilter(request); });
+    count += stored;
+  }
+  if (count == 0) {
+    throw Failure(ExitStatus::Refused, "no filter has exactly these four values; \"filter list --group " +
+                                           Shown(options.group) + "\" shows what is stored");
+  }
+  context.Report("Deleted " + Count(static_cast<std::size_t>(count), "filter") + ".", {{"deleted", count}});
+  return ExitStatus::Done;
+}
+
+ExitStatus ListFilters(const Context& context, const FilterOptions& options) {
+  Module module(context.DatabaseFile());
+  std::function<bool(const Perenna::PListDict&)> keep;
+  if (!options.group.empty() || !options.method.empty()) {
+    keep = [&options](const Perenna::PListDict& row) {
+      return (options.group.empty() || Field(row, Keys::group_id) == options.group) &&
+             (options.method.empty() || Field(row, Keys::method) == options.method);
+    };
+  }
+  const Page page = List(module, &LocalAccessManager::UserManager::GetFilters, options.page, keep);
+  if (context.WantsJson()) {
+    PrintJson(page.ToJson(FilterJson));
+    return ExitStatus::Done;
+  }
+  Table table({"GROUP", "ACTION", "METHOD", "PATTERN"});
+  for (const Perenna::PListDict* row : page.rows) {
+    table.Add({Shown(Field(*row, Keys::group_id)), Shown(Field(*row, Keys::action)), Shown(Field(*row, Keys::method)),
+               Shown(Field(*row, Keys::filter), Backslash::Kept)});
+  }
+  table.Print(std::cout);
+  page.PrintRemainder("filter");
+  return ExitStatus::Done;
+}
+
+ExitStatus TestPattern(const Context& context, const FilterOptions& options) {
+  const auto pattern = Compile(options.pattern);
+  ExitStatus status = ExitStatus::Done;
+  Json results = Json::array();
+  Table table({"MATCHES", "PART", "URL"});
+  for (const std::string& url : options.urls) {
+    std::size_t begin = 0;
+    std::size_t end = 0;
+    const bool matches = pattern->match(url, begin, end);
+    const std::string part = matches ? url.substr(begin, end - begin) : std::string();
+    status = matches ? status : ExitStatus::Refused;
+    results.push_back({{"url", JsonText(url)}, {"matches", matches}, {"part", matches ? JsonText(part) : Json()}});
+    table.Add({matches ? Cell("yes", Colour::Green) : Cell("no", Colour::Red),
+               matches ? Shown(part, Backslash::Kept) : std::string("-"), Shown(url, Backslash::Kept)});
+  }
+  if (context.WantsJson()) {
+    PrintJson({{"pattern", JsonText(options.pattern)}, {"results", std::move(results)}});
+  } else {
+    table.Print(std::cout);
+  }
+  return status;
+}
+
+void AddFilterArguments(CLI::App& command, FilterOptions& options) {
+  command.add_option("GROUP", options.group, "The group whose members the filter concerns")->required();
+  command.add_option("ACTION", options.action, "Allow or Deny")->required();
+  command.add_option("METHOD", options.methods, "An HTTP method, or several joined by commas: GET,HEAD")->required();
+  command.add_option("PATTERN", options.pattern, "A POSIX extended regular expression, matched against the URL")
+      ->required();
+}
+
+} // namespace
+
+void AddFilterCommands(CLI::App& app, Context& context) {
+  CLI::App& group = AddCommandGroup(app, "filter", "Add, delete, list and try filters");
+  const auto make = [&](const std::string& name, const std::string& description, const std::string& example,
+                        ExitStatus (*run)(const Context&, const FilterOptions&)) -> std::pair<CLI::App&, Options> {
+    CLI::App& command = AddCommand(group, name, description, example);
+    auto options = std::make_shared<FilterOptions>();
+    context.OnRun(command, [&context, options, run] { return run(context, *options); });
+    return {command, options};
+  };
+
+  const auto [add, add_options] = make("add", "Add a filter, or one for each of several methods",
+                                       "perenna-access filter add editors Allow GET,HEAD '^/articles(/|$)'", AddFilter);
+  AddFilterArguments(add, *add_options);
+  add.add_flag("--unchecked", add_options->unchecked,
+               "Store it even if it can never apply: unknown group, method or action, malformed pattern");
+
+  const auto [remove, remove_options] =
+      make("delete", "Delete the filters that equal all four values",
+           "perenna-access filter delete editors Allow GET '^/articles(/|$)'", DeleteFilter);
+  AddFilterArguments(remove, *remove_options);
+
+  const auto [list, list_options] =
+      make("list", "List filters", "perenna-access filter list --group editors", ListFilters);
+  list.add_option("--group", list_options->group, "Only the filters of this group")->type_name("GROUP");
+  list.add_option("--method", list_options->method, "Only the filters for this method")->type_name("METHOD");
+  AddPageOptions(list, list_options->page);
+
+  const auto [test, test_options] =
+      make("test", "Try a pattern on URLs, without a database\nExit status 1 unless all match.",
+           "perenna-access filter test '^/articles(/|$)' /articles/7 /about", TestPattern);
+  test.add_option("PATTERN", test_options->pattern, "A POSIX extended regular expression")->required();
+  test.add_option("URL", test_options->urls, "The URLs to try it on")->required();
+}
+
+} // namespace Tool

@@ -1,0 +1,191 @@
+#include "tool/command/Commands.h"
+
+#include <iostream>
+#include <memory>
+
+#include "directory/file/Database.h"
+#include "directory/Membership.h"
+#include "directory/Module.h"
+#include "tool/cli/Validators.h"
+#include "tool/command/Listing.h"
+#include "tool/DirectoryNames.h"
+#include "tool/terminal/Table.h"
+
+namespace Tool {
+
+namespace {
+
+namespace Keys = LocalAccessManager::Strings;
+
+struct GroupOptions {
+  std::string id;
+  std::string name;
+  std::vector<std::string> ids;
+  std::vector<std::string> users;
+  PageOptions page;
+};
+
+using Options = std::shared_ptr<GroupOptions>;
+
+Json GroupJson(const Perenna::PListDict& row) {
+  return {{"group_id", JsonText(Field(row, Keys::group_id))},
+          {"group_name", JsonText(Field(row, Keys::group_name))},
+          {"users", JsonTexts(ArrayTexts(row, Keys::users))}};
+}
+
+ExitStatus AddGroup(const Context& context, const GroupOptions& options) {
+  Module module(context.DatabaseFile());
+  Perenna::PListDict request;
+  request.SetValue(Keys::group_id, options.id);
+  request.SetValue(Keys::group_name, options.name.empty() ? options.id : options.name);
+  const auto created =
+      module.Apply([&request](LocalAccessManager::UserManager& manager) { return manager.CreateGroup(request); });
+  if (created == Tarn::RESULT_FILEEXISTS) {
+    throw Failure(ExitStatus::Refused, "the group " + Quoted(options.id) + " exists already");
+  }
+  Database database(context.DatabaseFile(), Database::Access::Read);
+  const auto waiting = database.Number("SELECT count(*) FROM filters WHERE group_id = ?", {options.id});
+  context.Report("Added group " + Quoted(options.id) + "." +
+                     (waiting == 0 ? std::string()
+                                   : " Note: " + Count(static_cast<std::size_t>(waiting), "filter") +
+                                         " of an earlier group of this id now apply to it."),
+                 {{"added", {{"group_id", JsonText(options.id)}}}, {"filters", waiting}});
+  return ExitStatus::Done;
+}
+
+ExitStatus DeleteGroups(const Context& context, const GroupOptions& options) {
+  Module module(context.DatabaseFile());
+  Database database(context.DatabaseFile(), Database::Access::Read);
+  ExitStatus status = ExitStatus::Done;
+  Json deleted = Json::array();
+  for (const std::string& id : options.ids) {
+    const auto result =
+        module.Apply([&id](LocalAccessManager::UserManager& manager) { return manager.DeleteGroup(id); });
+    if (result == Tarn::RESULT_NOT_FOUND) {
+      std::cerr << "perenna-access: there is no group " << Quoted(id) << '\n';
+      status = ExitStatus::Refused;
+      continue;
+    }
+    const auto left = database.Number("SELECT count(*) FROM filters WHERE group_id = ?", {id});
+    deleted.push_back({{"group_id", JsonText(id)}, {"filters_left", left}});
+    if (!context.WantsJson()) {
+      std::cout << "Deleted group " << Quoted(id) << ".";
+      if (left > 0) {
+        std::cout << " Its " << Count(static_cast<std::size_t>(left), "filter")
+                  << " stay and apply again to a later group of this id.";
+      }
+      std::cout << '\n';
+    }
+  }
+  if (context.WantsJson()) {
+    PrintJson({{"deleted", std::move(deleted)}});
+  }
+  return status;
+}
+
+ExitStatus ListGroups(const Context& context, const GroupOptions& options) {
+  Module module(context.DatabaseFile());
+  const Page page = List(module, &LocalAccessManager::UserManager::GetGroups, options.page);
+  if (context.WantsJson()) {
+    PrintJson(page.ToJson(GroupJson));
+    return ExitStatus::Done;
+  }
+  Table table({"GROUP", "NAME", "USERS"});
+  for (const Perenna::PListDict* row : page.rows) {
+    table.Add({Shown(Field(*row, Keys::group_id)), Shown(Field(*row, Keys::group_name)),
+               Joined(ArrayTexts(*row, Keys::users))});
+  }
+  table.Print(std::cout);
+  page.PrintRemainder("group");
+  return ExitStatus::Done;
+}
+
+ExitStatus ShowGroup(const Context& context, const GroupOptions& options) {
+  Database database(context.DatabaseFile(), Database::Access::Read);
+  const Snapshot snapshot(database);
+  const auto names = database.Texts("SELECT group_name FROM groups WHERE group_id = ?", {options.id});
+  if (names.empty()) {
+    throw Failure(ExitStatus::Refused, "there is no group " + Quoted(options.id));
+  }
+  const auto users = database.Texts("SELECT user_id FROM groupusers WHERE group_id = ? ORDER BY user_id", {options.id});
+  Json filters = Json::array();
+  Table table({"ACTION", "METHOD", "PATTERN"});
+  Statement(database, "SELECT method, CAST(filter AS TEXT) AS filter, action FROM filters WHERE group_id = ? "
+                      "ORDER BY rowid")
+      .ForEach({options.id}, [&](const Perenna::PListDict& row) {
+        filters.push_back({{"method", JsonText(Field(row, Keys::method))},
+                           {"filter", JsonText(Field(row, Keys::filter))},
+                           {"action", JsonText(Field(row, Keys::action))}});
+        table.Add({Shown(Field(row, Keys::action)), Shown(Field(row, Keys::method)),
+                   Shown(Field(row, Keys::filter), Backslash::Kept)});
+      });
+  if (context.WantsJson()) {
+    PrintJson({{"group_id", JsonText(options.id)},
+               {"group_name", JsonText(names.front())},
+               {"users", JsonTexts(users)},
+               {"filters", std::move(filters)}});
+    return ExitStatus::Done;
+  }
+  std::cout << "Group  " << Shown(options.id) << '\n'
+            << "Name   " << Shown(names.front()) << '\n'
+            << "Users  " << Joined(users) << '\n';
+  if (!table.Empty()) {
+    std::cout << '\n';
+    table.Print(std::cout);
+  }
+  return ExitStatus::Done;
+}
+
+ExitStatus SetMembers(const Context& context, const GroupOptions& options) {
+  Database database(context.DatabaseFile(), Database::Access::Write);
+  Transaction transaction(database);
+  ReplaceGroupUsers(database, options.id, options.users);
+  transaction.Commit();
+  const std::vector<std::string> users = Distinct(options.users);
+  context.Report("Group " + Quoted(options.id) + " now has the members: " + Joined(users) + ".",
+                 {{"group_id", JsonText(options.id)}, {"users", JsonTexts(users)}});
+  return ExitStatus::Done;
+}
+
+} // namespace
+
+void AddGroupCommands(CLI::App& app, Context& context) {
+  CLI::App& group = AddCommandGroup(app, "group", "Add, delete and list groups and set their members");
+  const auto make = [&](const std::string& name, const std::string& description, const std::string& example,
+                        ExitStatus (*run)(const Context&, const GroupOptions&)) -> std::pair<CLI::App&, Options> {
+    CLI::App& command = AddCommand(group, name, description, example);
+    auto options = std::make_shared<GroupOptions>();
+    context.OnRun(command, [&context, options, run] { return run(context, *options); });
+    return {command, options};
+  };
+
+  const auto [add, add_options] =
+      make("add", "Add a group", "perenna-access group add editors \"People who edit\"", AddGroup);
+  add.add_option("GROUP", add_options->id, "The new group's id: letters, digits, \"_\" and \"-\"")
+      ->required()
+      ->type_name("NEW")
+      ->check(GroupId());
+  add.add_option("NAME", add_options->name, "Its name for people (default: the id)");
+
+  const auto [remove, remove_options] =
+      make("delete",
+           "Delete groups with their memberships\nTheir filters stay, and apply again to a later group of the same id.",
+           "perenna-access group delete editors", DeleteGroups);
+  remove.add_option("GROUP", remove_options->ids, "The ids of the groups")->required();
+
+  const auto [list, list_options] =
+      make("list", "List groups with their members", "perenna-access group list", ListGroups);
+  AddPageOptions(list, list_options->page);
+
+  const auto [show, show_options] =
+      make("show", "Show one group with its members and filters", "perenna-access group show editors", ShowGroup);
+  show.add_option("GROUP", show_options->id, "The group's id")->required();
+
+  const auto [members, members_options] =
+      make("set-members", "Replace the members of a group\nWith no USER, it has none after that.",
+           "perenna-access group set-members editors alice bob", SetMembers);
+  members.add_option("GROUP", members_options->id, "The group's id")->required();
+  members.add_option("USER", members_options->users, "The ids of the users");
+}
+
+} // namespace Tool

@@ -1,0 +1,161 @@
+#include "tool/command/Commands.h"
+
+#include <algorithm>
+#include <iostream>
+#include <memory>
+
+#include "directory/lint/Lint.h"
+#include "tool/DirectoryNames.h"
+#include "tool/terminal/ProgressBar.h"
+#include "tool/terminal/Table.h"
+
+namespace Tool {
+
+namespace {
+
+constexpr std::size_t BarRows = 20000; // a directory of so many takes long enough for a progress bar
+
+struct LintOptions {
+  bool no_notes = false;
+};
+
+/// What to look at, and how much of it there is.
+class Report {
+public:
+  Report(const StoredDirectory& stored, std::vector<Finding> findings)
+      : m_Stored(stored), m_Findings(std::move(findings)) {
+    for (std::size_t number = 0; number < SectionCount; ++number) {
+      m_Rows.at(number) = stored.at(number).texts.Count();
+    }
+    const auto problems = std::count_if(m_Findings.begin(), m_Findings.end(), IsProblem);
+    m_Problems = static_cast<std::size_t>(problems);
+  }
+
+  bool Empty() const { return m_Findings.empty(); }
+
+  void Print() const {
+    for (const Finding& finding : m_Findings) {
+      const bool problem = IsProblem(finding);
+      std::cout << InColour(problem ? "problem" : "note", problem ? Colour::Red : Colour::Dim) << "  "
+                << InColour(finding.kind->name, Colour::Bold) << "  " << Sections.at(finding.section).table
+                << ", rowid " << RowId(finding) << '\n'
+                << "  Row   " << RowText(finding) << '\n'
+                << "  Why   " << finding.why << '\n'
+                << "  Mend  " << finding.mend << "\n\n";
+    }
+    const std::string counted = m_Findings.empty() ? "No findings" : Counts();
+    std::cout << counted << " in " << CountsText(m_Rows) << ".\n";
+  }
+
+  /// Finding by finding: there may be hundreds of thousands.
+  void PrintAsJson() const {
+    std::cout << "{\n  \"findings\": [";
+    const char* separator = "\n";
+    for (const Finding& finding : m_Findings) {
+      std::string text = FindingJson(finding).dump(2, ' ', true);
+      for (std::size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', end + 1)) {
+        text.insert(end + 1, "    ");
+      }
+      std::cout << separator << "    " << text;
+      separator = ",\n";
+    }
+    const Json counts = {
+        {"problems", m_Problems}, {"notes", m_Findings.size() - m_Problems}, {"rows", CountsJson(m_Rows)}};
+    std::string rest = counts.dump(2, ' ', true);
+    std::cout << (m_Findings.empty() ? "],\n" : "\n  ],\n") << rest.substr(rest.find('\n') + 1) << '\n';
+  }
+
+private:
+  static bool IsProblem(const Finding& finding) { return finding.kind->severity == Severity::Problem; }
+
+  long long RowId(const Finding& finding) const { return m_Stored.at(finding.section).rowids[finding.row]; }
+
+  /// The columns that tell a person which row it is, without credentials.
+  static std::vector<std::size_t> Columns(SectionNumber section) {
+    switch (section) {
+    case Filters:
+      return {FilterColumn::Group, FilterColumn::Action, FilterColumn::Method, FilterColumn::Pattern};
+    case Memberships:
+      return {MembershipColumn::Group, MembershipColumn::User};
+    default:
+      return {0};
+    }
+  }
+
+  std::string RowText(const Finding& finding) const {
+    std::string text;
+    for (const std::size_t column : Columns(finding.section)) {
+      text += (text.empty() ? "" : ", ") + Sections.at(finding.section).columns[column] + " \"" +
+              Shown(m_Stored.at(finding.section).Text(finding.row, column), Backslash::Kept) + '"';
+    }
+    return text;
+  }
+
+  Json FindingJson(const Finding& finding) const {
+    Json row = Json::object();
+    for (const std::size_t column : Columns(finding.section)) {
+      row[Sections.at(finding.section).columns[column]] =
+          JsonText(m_Stored.at(finding.section).Text(finding.row, column));
+    }
+    return {{"kind", finding.kind->name},
+            {"severity", IsProblem(finding) ? "problem" : "note"},
+            {"table", Sections.at(finding.section).table},
+            {"rowid", RowId(finding)},
+            {"row", std::move(row)},
+            {"why", finding.why},
+            {"mend", finding.mend}};
+  }
+
+  std::string Counts() const {
+    return Count(m_Problems, "problem") + " and " + Count(m_Findings.size() - m_Problems, "note");
+  }
+
+  const StoredDirectory& m_Stored;
+  std::vector<Finding> m_Findings;
+  SectionCounts m_Rows{};
+  std::size_t m_Problems = 0;
+};
+
+ExitStatus RunLint(const Context& context, const LintOptions& options) {
+  const std::string file = context.DatabaseFile();
+  StoredDirectory stored = [&file] {
+    Database database(file, Database::Access::Read); // closed before the work begins: nobody waits for that
+    return ReadStoredDirectory(database);
+  }();
+  const Mender mender(file, context.DatabaseArguments());
+  std::vector<Finding> findings;
+  {
+    ProgressBar progress;
+    if (stored[Users].texts.Count() + stored[Filters].texts.Count() > BarRows) {
+      progress.Show();
+    }
+    findings = Lint(stored, mender, progress).Run();
+  }
+  if (options.no_notes) {
+    const auto is_note = [](const Finding& finding) { return finding.kind->severity == Severity::Note; };
+    findings.erase(std::remove_if(findings.begin(), findings.end(), is_note), findings.end());
+  }
+  const Report report(stored, std::move(findings));
+  if (context.WantsJson()) {
+    report.PrintAsJson();
+  } else {
+    report.Print();
+  }
+  return report.Empty() ? ExitStatus::Done : ExitStatus::Refused;
+}
+
+} // namespace
+
+void AddLintCommand(CLI::App& app, Context& context) {
+  CLI::App& lint =
+      AddCommand(app, "lint",
+                 "Look for rows that cannot do what they say, or do more than they seem to\n"
+                 "Each is shown with the reason and with what mends it. Exit status 1: there are findings.",
+                 "perenna-access lint\n"
+                 "  perenna-access lint --no-notes --json");
+  auto options = std::make_shared<LintOptions>();
+  lint.add_flag("--no-notes", options->no_notes, "Show problems only, not what is merely worth a look");
+  context.OnRun(lint, [&context, options] { return RunLint(context, *options); });
+}
+
+} // namespace Tool

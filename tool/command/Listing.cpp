@@ -1,0 +1,83 @@
+#include "tool/command/Listing.h"
+
+#include <algorithm>
+#include <iostream>
+
+namespace Tool {
+
+Json Page::ToJson(const std::function<Json(const Perenna::PListDict&)>& row_json) const {
+  Json results = Json::array();
+  for (const Perenna::PListDict* row : rows) {
+    results.push_back(row_json(*row));
+  }
+  return {{"skip", skip}, {"limit", std::min(total, limit)}, {"total", total}, {"results", std::move(results)}};
+}
+
+void Page::PrintRemainder(const std::string& noun) const {
+  if (rows.size() != static_cast<std::size_t>(total)) {
+    std::cout << rows.size() << " of " << Count(static_cast<std::size_t>(total), noun) << '\n';
+  }
+}
+
+Page List(Module& module, ListOperation operation, const PageOptions& page,
+          const std::function<bool(const Perenna::PListDict&)>& keep) {
+  Page result;
+  Perenna::PagedResults::ResultState state(Perenna::PagedResults::RS_MAXROWS);
+  if (!keep) {
+    state.Skip = page.skip;
+    state.Limit = page.limit;
+  }
+  module.Apply([&](LocalAccessManager::UserManager& manager) { return (manager.*operation)(state, result.document); });
+  Perenna::PListArray* entries = nullptr;
+  if (!result.document.GetArray(Perenna::PagedResults::results, entries)) {
+    throw Failure(ExitStatus::Failed, "the database could not be read");
+  }
+  for (const Perenna::PListItem* entry : *entries) {
+    const auto* const row = dynamic_cast<const Perenna::PListDict*>(entry);
+    if (row != nullptr && (!keep || keep(*row))) {
+      result.rows.push_back(row);
+    }
+  }
+  result.skip = page.skip;
+  result.limit = page.limit;
+  result.document.GetData(Perenna::PagedResults::total).GetValue(result.total);
+  if (keep) {
+    const auto kept = static_cast<std::ptrdiff_t>(result.rows.size());
+    const auto first = std::min<std::ptrdiff_t>(page.skip, kept);
+    const auto last = first + std::min<std::ptrdiff_t>(page.limit, kept - first);
+    result.total = static_cast<int>(kept);
+    result.rows = {result.rows.begin() + first, result.rows.begin() + last};
+  }
+  return result;
+}
+
+std::vector<std::string> ArrayTexts(const Perenna::PListDict& row, const std::string& key) {
+  std::vector<std::string> texts;
+  Perenna::PListArray* array = nullptr;
+  if (row.GetArray(key, array)) {
+    for (const Perenna::PListItem* item : *array) {
+      if (const auto* const text = dynamic_cast<const Perenna::PListData*>(item)) {
+        texts.push_back(text->GetValue());
+      }
+    }
+  }
+  return texts;
+}
+
+Json JsonTexts(const std::vector<std::string>& texts) {
+  Json array = Json::array();
+  for (const std::string& text : texts) {
+    array.push_back(JsonText(text));
+  }
+  return array;
+}
+
+std::string Joined(const std::vector<std::string>& texts) {
+  std::string joined;
+  for (const std::string& text : texts) {
+    joined += (joined.empty() ? "" : ", ") + Shown(text);
+  }
+  return joined.empty() ? "-" : joined;
+}
+
+} // namespace Tool

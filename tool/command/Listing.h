@@ -1,0 +1,44 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "LocalAccessManager.h"
+#include "directory/Module.h"
+#include "tool/cli/Context.h"
+#include "tool/DirectoryNames.h"
+
+namespace Tool {
+
+using ListOperation = Tarn::Result_t (LocalAccessManager::UserManager::*)(Perenna::PagedResults::ResultState&,
+                                                                          Perenna::PListDict&);
+
+/// One page of a listing of the module.
+struct Page {
+  int skip = 0;
+  int limit = 0;
+  int total = 0;
+  std::vector<const Perenna::PListDict*> rows; // owned by `document`
+  Perenna::PListDict document;
+
+  /// {"skip", "limit", "total", "results"}, `row_json` giving each entry; the limit is at most the total.
+  Json ToJson(const std::function<Json(const Perenna::PListDict&)>& row_json) const;
+  /// Under a table that does not show everything: "2 of 10 users". Else nothing.
+  void PrintRemainder(const std::string& noun) const;
+};
+
+/// Asks the module for a page. With `keep`, only the entries that it accepts exist. Throws `Failure`.
+Page List(Module& module, ListOperation operation, const PageOptions& page,
+          const std::function<bool(const Perenna::PListDict&)>& keep = nullptr);
+
+/// The texts of the array under `key` of a row.
+std::vector<std::string> ArrayTexts(const Perenna::PListDict& row, const std::string& key);
+
+/// The texts as a JSON array.
+Json JsonTexts(const std::vector<std::string>& texts);
+
+/// The texts joined by ", ", shown safely; "-" for none.
+std::string Joined(const std::vector<std::string>& texts);
+
+} // namespace Tool

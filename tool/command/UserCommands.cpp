@@ -1,0 +1,268 @@
+#include "tool/command/Commands.h"
+
+#include <iostream>
+#include <memory>
+
+#include "directory/file/Database.h"
+#include "directory/Membership.h"
+#include "directory/Module.h"
+#include "tool/cli/CredentialOptions.h"
+#include "tool/cli/Validators.h"
+#include "tool/command/Listing.h"
+#include "tool/DirectoryNames.h"
+#include "tool/terminal/Table.h"
+
+namespace Tool {
+
+namespace {
+
+namespace Keys = LocalAccessManager::Strings;
+
+struct UserOptions {
+  std::string id;
+  std::vector<std::string> ids;
+  std::string creator;
+  std::vector<std::string> groups;
+  CredentialOptions credential;
+  PageOptions page;
+  bool show_credential = false;
+  bool force = false;
+};
+
+using Options = std::shared_ptr<UserOptions>;
+
+Json UserJson(const Perenna::PListDict& row) {
+  return {{"user_id", JsonText(Field(row, Keys::user_id))},
+          {"auth_method", JsonText(Field(row, Keys::auth_method))},
+          {"create_date", JsonText(Field(row, Keys::create_date))},
+          {"create_user", JsonText(Field(row, Keys::create_user))},
+          {"groups", JsonTexts(ArrayTexts(row, Keys::groups))}};
+}
+
+ExitStatus AddUser(const Context& context, const UserOptions& options) {
+  const std::string file = context.DatabaseFile();
+  Module module(file);
+  if (module.UserExists(options.id)) { // before a password is asked for
+    throw Failure(ExitStatus::Refused, "the user " + Quoted(options.id) + " exists already");
+  }
+  std::string creator = options.creator;
+  if (creator.empty()) {
+    Database database(file, Database::Access::Read);
+    const auto first = database.Texts("SELECT user_id FROM users ORDER BY rowid LIMIT 1");
+    if (first.empty()) {
+      throw Failure(ExitStatus::Refused, "the directory has no user who could create one; make a new one with "
+                                         "\"init\", or import one");
+    }
+    creator = first.front();
+  } else if (!module.UserExists(creator)) {
+    throw Failure(ExitStatus::Usage, "--created-by: there is no user " + Quoted(creator));
+  }
+  for (const std::string& group : options.groups) {
+    if (!module.GroupExists(group)) {
+      throw Failure(ExitStatus::Usage, "--group: there is no group " + Quoted(group));
+    }
+  }
+  Perenna::PListDict request;
+  request.SetValue(Keys::user_id, options.id);
+  request.SetValue(Keys::create_user, creator);
+  const Credential credential = options.credential.Read(options.id);
+  credential.AddTo(request);
+  const auto created =
+      module.Apply([&request](LocalAccessManager::UserManager& manager) { return manager.CreateUser(request); });
+  if (created == Tarn::RESULT_FILEEXISTS) {
+    throw Failure(ExitStatus::Refused, "the user " + Quoted(options.id) + " exists already");
+  }
+  if (!options.groups.empty()) {
+    try {
+      Database database(file, Database::Access::Write);
+      Transaction transaction(database);
+      ReplaceUserGroups(database, options.id, options.groups);
+      transaction.Commit();
+    } catch (const Failure& failure) {
+      throw Failure(failure.Status(),
+                    "the user " + Quoted(options.id) + " was added, but to no group: " + failure.what());
+    }
+  }
+  context.Report("Added user " + Quoted(options.id) + ".",
+                 {{"added", {{"user_id", JsonText(options.id)}, {"auth_method", credential.Method()}}}});
+  return ExitStatus::Done;
+}
+
+ExitStatus DeleteUsers(const Context& context, const UserOptions& options) {
+  const std::string file = context.DatabaseFile();
+  Module module(file);
+  ExitStatus status = ExitStatus::Done;
+  Json deleted = Json::array();
+  for (const std::string& id : options.ids) {
+    if (!options.force) {
+      Database database(file, Database::Access::Read);
+      if (UserExists(database, id) && database.Number("SELECT count(*) FROM users") == 1) {
+        throw Failure(ExitStatus::Refused,
+                      Quoted(id) + " is the last user: without one, none can be added again; --force deletes it");
+      }
+    }
+    const auto result =
+        module.Apply([&id](LocalAccessManager::UserManager& manager) { return manager.DeleteUser(id); });
+    if (result == Tarn::RESULT_NOT_FOUND) {
+      std::cerr << "perenna-access: there is no user " << Quoted(id) << '\n';
+      status = ExitStatus::Refused;
+      continue;
+    }
+    deleted.push_back(JsonText(id));
+    if (!context.WantsJson()) {
+      std::cout << "Deleted user " << Quoted(id) << ".\n";
+    }
+  }
+  if (context.WantsJson()) {
+    PrintJson({{"deleted", std::move(deleted)}});
+  }
+  return status;
+}
+
+ExitStatus ListUsers(const Context& context, const UserOptions& options) {
+  Module module(context.DatabaseFile());
+  const Page page = List(module, &LocalAccessManager::UserManager::GetUsers, options.page);
+  if (context.WantsJson()) {
+    PrintJson(page.ToJson(UserJson));
+    return ExitStatus::Done;
+  }
+  Table table({"USER", "METHOD", "CREATED", "CREATED BY", "GROUPS"});
+  for (const Perenna::PListDict* row : page.rows) {
+    table.Add({Shown(Field(*row, Keys::user_id)), Shown(Field(*row, Keys::auth_method)),
+               Shown(Field(*row, Keys::create_date)), Shown(Field(*row, Keys::create_user)),
+               Joined(ArrayTexts(*row, Keys::groups))});
+  }
+  table.Print(std::cout);
+  page.PrintRemainder("user");
+  return ExitStatus::Done;
+}
+
+ExitStatus ShowUser(const Context& context, const UserOptions& options) {
+  Database database(context.DatabaseFile(), Database::Access::Read);
+  const Snapshot snapshot(database);
+  Json json;
+  Statement(database, "SELECT user_id, auth_method, auth_value, create_date, create_user FROM users WHERE user_id = ?")
+      .ForEach({options.id}, [&](const Perenna::PListDict& row) {
+        json = UserJson(row);
+        json["groups"] = JsonTexts(database.Texts(
+            "SELECT DISTINCT group_id FROM groupusers WHERE user_id = ? ORDER BY group_id", {options.id}));
+        if (options.show_credential) {
+          json["auth_value"] = JsonText(Field(row, Keys::auth_value));
+        }
+        if (!context.WantsJson()) {
+          std::cout << "User        " << Shown(Field(row, Keys::user_id)) << '\n'
+                    << "Method      " << Shown(Field(row, Keys::auth_method)) << '\n';
+          if (options.show_credential) {
+            std::cout << "Credential  " << Shown(Field(row, Keys::auth_value)) << '\n';
+          }
+          std::cout << "Created     " << Shown(Field(row, Keys::create_date)) << '\n'
+                    << "Created by  " << Shown(Field(row, Keys::create_user)) << '\n';
+        }
+      });
+  if (json.is_null()) {
+    throw Failure(ExitStatus::Refused, "there is no user " + Quoted(options.id));
+  }
+  if (context.WantsJson()) {
+    PrintJson(json);
+    return ExitStatus::Done;
+  }
+  std::cout << "Groups      "
+            << Joined(database.Texts("SELECT DISTINCT group_id FROM groupusers WHERE user_id = ? ORDER BY group_id",
+                                     {options.id}))
+            << '\n';
+  return ExitStatus::Done;
+}
+
+ExitStatus SetUserGroups(const Context& context, const UserOptions& options) {
+  Database database(context.DatabaseFile(), Database::Access::Write);
+  Transaction transaction(database);
+  ReplaceUserGroups(database, options.id, options.groups);
+  transaction.Commit();
+  const std::vector<std::string> groups = Distinct(options.groups);
+  context.Report("User " + Quoted(options.id) + " is now in: " + Joined(groups) + ".",
+                 {{"user_id", JsonText(options.id)}, {"groups", JsonTexts(groups)}});
+  return ExitStatus::Done;
+}
+
+ExitStatus SetCredential(const Context& context, const UserOptions& options) {
+  Database database(context.DatabaseFile(), Database::Access::Write);
+  if (!UserExists(database, options.id)) {
+    throw Failure(ExitStatus::Refused, "there is no user " + Quoted(options.id));
+  }
+  const Credential credential = options.credential.Read(options.id);
+  Transaction transaction(database);
+  if (database.Run("UPDATE users SET auth_method = ?, auth_value = ? WHERE user_id = ?",
+                   {credential.Method(), credential.StoredValue(), options.id}) == 0) {
+    throw Failure(ExitStatus::Refused, "there is no user " + Quoted(options.id) + " any more");
+  }
+  transaction.Commit();
+  context.Report("Changed the credential of user " + Quoted(options.id) + " (" + credential.Method() + ").",
+                 {{"changed", {{"user_id", JsonText(options.id)}, {"auth_method", credential.Method()}}}});
+  return ExitStatus::Done;
+}
+
+ExitStatus SetCertificate(const Context& context, const UserOptions& options) {
+  if (!options.credential.IsCertificate()) {
+    throw Failure(ExitStatus::Usage, "which certificate? Give --certificate FILE or --thumbprint TEXT");
+  }
+  return SetCredential(context, options);
+}
+
+} // namespace
+
+void AddUserCommands(CLI::App& app, Context& context) {
+  CLI::App& group = AddCommandGroup(app, "user", "Add, delete, list and change users");
+  const auto make = [&](const std::string& name, const std::string& description, const std::string& example,
+                        ExitStatus (*run)(const Context&, const UserOptions&)) -> std::pair<CLI::App&, Options> {
+    CLI::App& command = AddCommand(group, name, description, example);
+    auto options = std::make_shared<UserOptions>();
+    context.OnRun(command, [&context, options, run] { return run(context, *options); });
+    return {command, options};
+  };
+
+  const auto [add, add_options] =
+      make("add", "Add a user\nAsks for the password at the terminal unless a credential is named.",
+           "perenna-access user add alice --group editors", AddUser);
+  add.add_option("USER", add_options->id, "The new user's id")->required()->type_name("NEW")->check(NotEmpty());
+  add.add_option("--created-by", add_options->creator, "Who is recorded as the creator (default: the first user)")
+      ->type_name("USER");
+  add.add_option("--group", add_options->groups, "A group the user becomes a member of; may be repeated")
+      ->type_name("GROUP")
+      ->expected(1)
+      ->take_all();
+  add_options->credential.AddPasswordTo(add);
+  add_options->credential.AddCertificateTo(add);
+
+  const auto [remove, remove_options] =
+      make("delete", "Delete users with their memberships", "perenna-access user delete alice bob", DeleteUsers);
+  remove.add_option("USER", remove_options->ids, "The ids of the users")->required();
+  remove.add_flag("--force", remove_options->force, "Delete the last user too");
+
+  const auto [list, list_options] =
+      make("list", "List users with their groups", "perenna-access user list --limit 20", ListUsers);
+  AddPageOptions(list, list_options->page);
+
+  const auto [show, show_options] = make("show", "Show one user", "perenna-access user show alice", ShowUser);
+  show.add_option("USER", show_options->id, "The user's id")->required();
+  show.add_flag("--show-credential", show_options->show_credential, "Show the stored credential as well");
+
+  const auto [groups, groups_options] =
+      make("set-groups", "Replace the groups that a user is in\nWith no GROUP, the user is in none after that.",
+           "perenna-access user set-groups alice editors readers", SetUserGroups);
+  groups.add_option("USER", groups_options->id, "The user's id")->required();
+  groups.add_option("GROUP", groups_options->groups, "The ids of the groups");
+
+  const auto [password, password_options] =
+      make("set-password", "Change a user's password\nAsks for it at the terminal unless told where to read it.",
+           "perenna-access user set-password alice", SetCredential);
+  password.add_option("USER", password_options->id, "The user's id")->required();
+  password_options->credential.AddPasswordTo(password);
+
+  const auto [certificate, certificate_options] =
+      make("set-certificate", "Make a user known by a TLS client certificate in place of a password",
+           "perenna-access user set-certificate alice --certificate alice.pem", SetCertificate);
+  certificate.add_option("USER", certificate_options->id, "The user's id")->required();
+  certificate_options->credential.AddCertificateTo(certificate);
+}
+
+} // namespace Tool

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+
+#include "directory/Secret.h"
+#include "tool/DirectoryNames.h"
+
+namespace Tool {
+
+/// Makes the process unfit for core dumps and for being traced by others: it handles passwords.
+void ProtectProcess() noexcept;
+
+/// Whether there is a terminal to ask at.
+bool HasTerminal() noexcept;
+
+/// Asks for a new password twice at the controlling terminal, without echo, until both are the same (three rounds).
+/// Throws `Failure`: no terminal, cancelled with Ctrl-C or Ctrl-D, never the same, empty.
+Secret AskForNewPassword(const std::string& whose);
+
+/// Asks a yes-or-no question at the controlling terminal; `otherwise` on an empty answer.
+bool AskYesOrNo(const std::string& question, bool otherwise);
+
+/// The first line of `path` ("-" for standard input) without its line end. Throws `Failure`: unreadable, empty, too
+/// long, or more than one line.
+Secret ReadPasswordFile(const std::string& path);
+
+} // namespace Tool
