@@ -92,9 +92,9 @@ void ForEachRow(Database& database, const Section& section, NotText not_text,
     for (std::size_t i = 0; i < texts.size(); ++i) {
       const Perenna::PListData& cell = row.GetData(section.columns[i]);
       if (not_text == NotText::Refuse && !cell.HasType(Perenna::IT_STRING)) {
-        throw Failure(ExitStatus::Failed, "the database " + Quoted(database.File()) + ": table " + section.table +
-                                              ", rowid " + Field(row, "rowid") + ": " + section.columns[i] +
-                                              " is stored as something else than text");
+        throw Failure(Failure::Kind::System, "the database " + Quoted(database.File()) + ": table " + section.table +
+                                                 ", rowid " + Field(row, "rowid") + ": " + section.columns[i] +
+                                                 " is stored as something else than text");
       }
       texts[i] = cell.GetValue();
     }

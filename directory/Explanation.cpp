@@ -73,13 +73,13 @@ Explanation Explain(Module& module, Database& database, const Perenna::HTTPReque
     const bool explained = !explanation.filters.empty() && explanation.filters.front().decides &&
                            explanation.filters.front().action == Allow;
     if (explained != explanation.allowed) {
-      throw Failure(ExitStatus::Failed, "the stored filters do not explain the module's answer (" +
-                                            std::string(explanation.allowed ? "allowed" : "refused") +
-                                            "): this is a fault of perenna-access");
+      throw Failure(Failure::Kind::System, "the stored filters do not explain the module's answer (" +
+                                               std::string(explanation.allowed ? "allowed" : "refused") +
+                                               "): this is a fault of perenna-access");
     }
     return explanation;
   }
-  throw Failure(ExitStatus::Failed, "the directory kept changing while the answer was being explained");
+  throw Failure(Failure::Kind::System, "the directory kept changing while the answer was being explained");
 }
 
 std::string Explanation::Reason() const {

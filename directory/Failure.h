@@ -5,22 +5,21 @@
 
 namespace AccessDirectory {
 
-/// What the process tells its caller.
-enum class ExitStatus : int {
-  Done = 0,    ///< done, or allowed
-  Refused = 1, ///< refused, not found, taken, or findings to look at
-  Usage = 2,   ///< wrong usage or input
-  Failed = 3   ///< the database or the system failed
-};
-
-/// Ends a command: a sentence for people that names the offending thing, and the exit status.
+/// What ends an operation of this layer: a sentence for people that names the offending thing, and what kind of thing
+/// is wrong, from which a front end makes its exit status or its HTTP status. Never holds a secret.
 class Failure : public std::runtime_error {
 public:
-  Failure(ExitStatus status, const std::string& message) : std::runtime_error(message), m_Status(status) {}
-  ExitStatus Status() const noexcept { return m_Status; }
+  enum class Kind {
+    Refused, ///< not found, or taken
+    Input,   ///< what was given is wrong
+    System   ///< the database or the system failed
+  };
+
+  Failure(Kind kind, const std::string& message) : std::runtime_error(message), m_Kind(kind) {}
+  Kind What() const noexcept { return m_Kind; }
 
 private:
-  ExitStatus m_Status;
+  Kind m_Kind;
 };
 
 } // namespace AccessDirectory

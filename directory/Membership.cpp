@@ -11,13 +11,13 @@ namespace {
 
 void RequireUser(Database& database, const std::string& user_id) {
   if (!UserExists(database, user_id)) {
-    throw Failure(ExitStatus::Refused, "there is no user " + Quoted(user_id));
+    throw Failure(Failure::Kind::Refused, "there is no user " + Quoted(user_id));
   }
 }
 
 void RequireGroup(Database& database, const std::string& group_id) {
   if (!GroupExists(database, group_id)) {
-    throw Failure(ExitStatus::Refused, "there is no group " + Quoted(group_id));
+    throw Failure(Failure::Kind::Refused, "there is no group " + Quoted(group_id));
   }
 }
 

@@ -42,7 +42,7 @@ Module::Module(const std::string& file) : m_File(file) {
 }
 
 void Module::Fail(const std::string& reason) const {
-  throw Failure(ExitStatus::Failed, "the database " + Quoted(m_File) + ": " + Shown(reason, Backslash::Kept));
+  throw Failure(Failure::Kind::System, "the database " + Quoted(m_File) + ": " + Shown(reason, Backslash::Kept));
 }
 
 Tarn::Result_t Module::Apply(const Change& change) {
@@ -57,7 +57,7 @@ Tarn::Result_t Module::Apply(const Change& change) {
     }
     const auto errors = TheLog().Errors();
     if (result == Tarn::RESULT_PARAM || result == Tarn::RESULT_STATE) {
-      throw Failure(ExitStatus::Usage, errors.empty() ? result.message : Shown(errors.front()));
+      throw Failure(Failure::Kind::Input, errors.empty() ? result.message : Shown(errors.front()));
     }
     if (!errors.empty() || result == Perenna::RESULT_DB_FAILURE) {
       Fail(errors.empty() ? result.message : errors.front());

@@ -25,7 +25,7 @@ Perenna::Method_t KnownMethod(const std::string& name) {
   for (std::uint32_t known = 0; known < Perenna::METH_MAX; ++known) {
     names.append(names.empty() ? "" : ", ").append(MethodToString(static_cast<Perenna::Method_t>(known)));
   }
-  throw Failure(ExitStatus::Usage, "METHOD: " + Quoted(name) + " is none of " + names);
+  throw Failure(Failure::Kind::Input, "METHOD: " + Quoted(name) + " is none of " + names);
 }
 
 std::unique_ptr<Perenna::RegularExpression> CompilePattern(const std::string& pattern, std::string& fault) {

@@ -43,7 +43,7 @@ void Describe(CLI::App& app) {
 }
 
 /// Runs what the command line asks for. Errors of usage are explained on standard error.
-AccessDirectory::ExitStatus Run(int argc, char** argv) {
+Tool::ExitStatus Run(int argc, char** argv) {
   CLI::App app;
   Tool::Context context;
   Describe(app);
@@ -67,10 +67,10 @@ AccessDirectory::ExitStatus Run(int argc, char** argv) {
     app.parse(Tool::ArgumentsToParse(arguments));
   } catch (const CLI::Success& asked_for_help) {
     app.exit(asked_for_help);
-    return AccessDirectory::ExitStatus::Done;
+    return Tool::ExitStatus::Done;
   } catch (const CLI::ParseError& error) {
     std::cerr << Tool::Explain(app, error, arguments);
-    return AccessDirectory::ExitStatus::Usage;
+    return Tool::ExitStatus::Usage;
   }
   AccessDirectory::TheLog().SetVerbose(context.IsVerbose());
   return context.Run();
@@ -84,10 +84,10 @@ bool ReaderIsGone() {
 
 /// Runs the command and writes all of its output. A reader that has gone away wants no explanation; a full disk needs
 /// one. In both cases nothing was answered, so the status is none that an answer has.
-AccessDirectory::ExitStatus RunAndFlush(int argc, char** argv) {
+Tool::ExitStatus RunAndFlush(int argc, char** argv) {
   std::cout.exceptions(std::ios::badbit);
   try {
-    const AccessDirectory::ExitStatus status = Run(argc, argv);
+    const Tool::ExitStatus status = Run(argc, argv);
     std::cout.flush();
     return status;
   } catch (const std::ios_base::failure&) {
@@ -95,14 +95,14 @@ AccessDirectory::ExitStatus RunAndFlush(int argc, char** argv) {
     if (!ReaderIsGone()) {
       std::cerr << "perenna-access: the output could not be written\n";
     }
-    return AccessDirectory::ExitStatus::Failed;
+    return Tool::ExitStatus::Failed;
   }
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-  AccessDirectory::ExitStatus status = Tool::ExitStatus::Failed;
+  Tool::ExitStatus status = Tool::ExitStatus::Failed;
   try {
     Tool::ProtectProcess();
     std::ios::sync_with_stdio(false);
@@ -112,7 +112,7 @@ int main(int argc, char** argv) {
     std::cout.exceptions(std::ios::goodbit);
     std::cout.flush(); // what was done before the failure comes first
     std::cerr << "perenna-access: " << failure.what() << '\n';
-    status = failure.Status();
+    status = Tool::StatusOf(failure);
   } catch (const std::bad_alloc&) {
     std::cerr << "perenna-access: memory ran out\n";
   } catch (const std::exception& error) {

@@ -29,9 +29,10 @@ constexpr std::array<const char*, 4> TableProbes = {
 
 Database::Database(const std::string& file, Access access) : m_File(file) {
   if (!Tarn::PathIsFile(file)) {
-    throw Failure(ExitStatus::Failed, "the database " + Quoted(file) +
-                                          " does not exist or is not a file; \"perenna-access --database FILE init\" "
-                                          "creates one");
+    throw Failure(Failure::Kind::System,
+                  "the database " + Quoted(file) +
+                      " does not exist or is not a file; \"perenna-access --database FILE init\" "
+                      "creates one");
   }
   sqlite3* handle = nullptr;
   // For reading too: after a crash, the first reader rolls back what was half written. A file that may not be written
@@ -42,14 +43,14 @@ Database::Database(const std::string& file, Access access) : m_File(file) {
     throw std::bad_alloc();
   }
   if (opened != SQLITE_OK) {
-    throw Failure(ExitStatus::Failed, "cannot open the database " + Quoted(file) + ": " + sqlite3_errmsg(handle));
+    throw Failure(Failure::Kind::System, "cannot open the database " + Quoted(file) + ": " + sqlite3_errmsg(handle));
   }
   sqlite3_busy_timeout(handle, ProbeBusyMilliseconds);
   for (const char* const probe : TableProbes) {
     TheLog().Clear();
     const int rc = sqlite3_exec(handle, probe, nullptr, nullptr, nullptr);
     if (rc == SQLITE_ERROR || rc == SQLITE_NOTADB || rc == SQLITE_CORRUPT) {
-      throw Failure(ExitStatus::Failed,
+      throw Failure(Failure::Kind::System,
                     "the file " + Quoted(file) + " is not an access database: " + Shown(sqlite3_errmsg(handle)));
     }
     if (rc != SQLITE_OK) {
@@ -85,12 +86,12 @@ void Database::Fail() const {
   const int code = sqlite3_errcode(m_Handle.get()) & 0xff;
   const std::string file = "the database " + Quoted(m_File);
   if (TheLog().TimedOut() || code == SQLITE_BUSY || code == SQLITE_LOCKED) {
-    throw Failure(ExitStatus::Failed, file + " is busy: another program holds it locked; nothing was changed");
+    throw Failure(Failure::Kind::System, file + " is busy: another program holds it locked; nothing was changed");
   }
   if (code == SQLITE_READONLY) {
-    throw Failure(ExitStatus::Failed, file + " cannot be written: " + sqlite3_errmsg(m_Handle.get()));
+    throw Failure(Failure::Kind::System, file + " cannot be written: " + sqlite3_errmsg(m_Handle.get()));
   }
-  throw Failure(ExitStatus::Failed, file + ": " + Shown(sqlite3_errmsg(m_Handle.get())));
+  throw Failure(Failure::Kind::System, file + ": " + Shown(sqlite3_errmsg(m_Handle.get())));
 }
 
 Statement::Statement(Database& database, const std::string& sql)

@@ -14,7 +14,7 @@ namespace AccessDirectory {
 
 /// The tool's own connection to an existing access database, for what the module has no operation for.
 ///
-/// Its operations, and those of the classes below, throw `Failure` with ExitStatus::Failed when the file stays busy for
+/// Its operations, and those of the classes below, throw a `Failure` of the system when the file stays busy for
 /// about five seconds or SQLite reports an error. One thread uses an object.
 class Database {
 public:

@@ -36,7 +36,7 @@ NewFile::NewFile(std::string name, Existing existing, std::string hint)
     ThrowExists();
   }
   if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
-    throw Failure(ExitStatus::Usage, Quoted(m_Name) + " is not a regular file: it cannot be replaced");
+    throw Failure(Failure::Kind::Input, Quoted(m_Name) + " is not a regular file: it cannot be replaced");
   }
   unlink(m_Work.c_str()); // a leftover of an earlier process of this number
 }
@@ -51,7 +51,7 @@ void NewFile::Publish() const {
     if (errno == EEXIST) {
       ThrowExists();
     }
-    throw Failure(ExitStatus::Failed,
+    throw Failure(Failure::Kind::System,
                   "cannot create " + Quoted(m_Name) + ": " + std::generic_category().message(errno));
   }
   SyncDirectoryOf(m_Name);
@@ -67,7 +67,7 @@ bool NewFile::Rename() const {
 }
 
 void NewFile::ThrowExists() const {
-  throw Failure(ExitStatus::Refused, Quoted(m_Name) + " exists already; " + m_Hint);
+  throw Failure(Failure::Kind::Refused, Quoted(m_Name) + " exists already; " + m_Hint);
 }
 
 } // namespace AccessDirectory

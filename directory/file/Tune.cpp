@@ -126,9 +126,9 @@ void CheckPlan(Database& database, const std::string& statement, const char* unw
     plan += (plan.empty() ? "" : "; ") + Field(row, "detail");
   });
   if (plan.find(unwanted) != std::string::npos) {
-    throw Failure(ExitStatus::Failed, "SQLite " + std::string(sqlite3_libversion()) + " would run \"" + statement +
-                                          "\" as \"" + Shown(plan) +
-                                          "\", which is not what the indexes are for; nothing was changed");
+    throw Failure(Failure::Kind::System, "SQLite " + std::string(sqlite3_libversion()) + " would run \"" + statement +
+                                             "\" as \"" + Shown(plan) +
+                                             "\", which is not what the indexes are for; nothing was changed");
   }
 }
 
@@ -235,8 +235,8 @@ void Undo(Database& database, const std::vector<TuneStep>& steps) {
     try {
       RunAll(database, steps, "journal_mode");
     } catch (const Failure& failure) {
-      throw Failure(failure.Status(), failure.what() + std::string("; the journal mode can be set back only while no "
-                                                                   "other program, such as the server, has it open"));
+      throw Failure(failure.What(), failure.what() + std::string("; the journal mode can be set back only while no "
+                                                                 "other program, such as the server, has it open"));
     }
   }
   Transaction transaction(database);
@@ -266,8 +266,9 @@ void CheckWriteAheadLog(const std::string& file) {
     }
     sqlite3_close_v2(handle);
   }
-  throw Failure(ExitStatus::Failed, "write-ahead logging does not work where the database " + Quoted(file) +
-                                        " is, and its journal mode was set back; indexes and statistics are in place");
+  throw Failure(Failure::Kind::System,
+                "write-ahead logging does not work where the database " + Quoted(file) +
+                    " is, and its journal mode was set back; indexes and statistics are in place");
 }
 
 } // namespace AccessDirectory

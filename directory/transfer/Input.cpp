@@ -44,7 +44,7 @@ Input::~Input() {
 }
 
 void Input::Fail() const {
-  throw Failure(ExitStatus::Usage, "cannot read " + m_Name + ": " + std::generic_category().message(errno));
+  throw Failure(Failure::Kind::Input, "cannot read " + m_Name + ": " + std::generic_category().message(errno));
 }
 
 /// Moves a position past some characters. A character beyond ASCII is one column, whatever its bytes.

@@ -19,18 +19,18 @@ std::string DatabaseOfConfiguration(const std::string& file) {
   std::ifstream in(file, std::ios::binary);
   const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
   if (!in) {
-    throw Failure(ExitStatus::Usage, "--config: cannot read " + Quoted(file));
+    throw Failure(Failure::Kind::Input, "--config: cannot read " + Quoted(file));
   }
   const std::unique_ptr<Perenna::PListItem> root(Perenna::PListItem::CreateFromJSON(text));
   const auto* const configuration = dynamic_cast<const Perenna::PListDict*>(root.get());
   if (configuration == nullptr) {
-    throw Failure(ExitStatus::Usage, "--config: " + Quoted(file) + " is not a JSON object");
+    throw Failure(Failure::Kind::Input, "--config: " + Quoted(file) + " is not a JSON object");
   }
   namespace Keys = LocalAccessManager::Strings;
   std::string name = configuration->GetDict(Keys::LocalAccessManager).GetData(Keys::DatabaseFilename).GetValue();
   if (name.empty()) {
-    throw Failure(ExitStatus::Usage, "--config: " + Quoted(file) + " names no database: it has no text under \"" +
-                                         Keys::LocalAccessManager + "\" / \"" + Keys::DatabaseFilename + "\"");
+    throw Failure(Failure::Kind::Input, "--config: " + Quoted(file) + " names no database: it has no text under \"" +
+                                            Keys::LocalAccessManager + "\" / \"" + Keys::DatabaseFilename + "\"");
   }
   return name;
 }
@@ -59,7 +59,7 @@ std::string Context::DatabaseFile() const {
   }
   const char* const named = std::getenv(DatabaseVariable); // NOLINT(concurrency-mt-unsafe): nothing changes it
   if (named == nullptr || *named == '\0') {
-    throw Failure(ExitStatus::Usage,
+    throw Failure(Failure::Kind::Input,
                   std::string("which database? Give --database FILE or --config FILE, or set ") + DatabaseVariable);
   }
   return named;

@@ -6,7 +6,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "directory/Failure.h"
+#include "tool/ExitStatus.h"
 #include "directory/Text.h"
 #include "tool/DirectoryNames.h"
 

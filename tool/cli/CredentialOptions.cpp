@@ -26,7 +26,7 @@ void CredentialOptions::AddCertificateTo(CLI::App& command) {
 Credential CredentialOptions::Read(const std::string& user_id) const {
   const bool names_password = password_stdin || !password_file.empty();
   if (names_password && IsCertificate()) {
-    throw Failure(ExitStatus::Usage, "a user has one credential: give a password or a certificate, not both");
+    throw Failure(Failure::Kind::Input, "a user has one credential: give a password or a certificate, not both");
   }
   Credential credential;
   if (!thumbprint.empty()) {

@@ -104,7 +104,7 @@ void AddHelpCommand(CLI::App& app, Context& context) {
   context.OnRun(help, [&app, words] {
     const Followed followed = Follow(app, *words);
     if (!followed.arguments.empty()) {
-      throw Failure(ExitStatus::Usage, NotACommand(*followed.command, followed.arguments.front()));
+      throw Failure(Failure::Kind::Input, NotACommand(*followed.command, followed.arguments.front()));
     }
     // Its own help() would delegate to the command that is running.
     std::cout << HelpFormatter().make_help(followed.command, {}, CLI::AppFormatMode::Normal);

@@ -136,12 +136,12 @@ ExitStatus Check(const Context& context, const CheckOptions& options) {
   const bool names_request = !options.user.empty() || !options.method.empty() || !options.url.empty();
   if (options.from_stdin) {
     if (names_request || options.explain) {
-      throw Failure(ExitStatus::Usage, "--stdin takes neither a request nor --explain");
+      throw Failure(Failure::Kind::Input, "--stdin takes neither a request nor --explain");
     }
     return CheckLines(context);
   }
   if (options.user.empty() || options.method.empty() || options.url.empty()) {
-    throw Failure(ExitStatus::Usage, "which request? Give USER METHOD URL, or --stdin");
+    throw Failure(Failure::Kind::Input, "which request? Give USER METHOD URL, or --stdin");
   }
   return CheckOne(context, options);
 }

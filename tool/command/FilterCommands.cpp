@@ -42,7 +42,7 @@ std::unique_ptr<Perenna::RegularExpression> Compile(const std::string& pattern) 
   std::string fault;
   auto compiled = CompilePattern(pattern, fault);
   if (!fault.empty()) {
-    throw Failure(ExitStatus::Usage, "PATTERN: " + Quoted(pattern) + " is " + fault);
+    throw Failure(Failure::Kind::Input, "PATTERN: " + Quoted(pattern) + " is " + fault);
   }
   return compiled;
 }
@@ -58,7 +58,7 @@ std::string KnownAction(const std::string& action) {
       return known;
     }
   }
-  throw Failure(ExitStatus::Usage, "ACTION: " + Quoted(action) + " is neither Allow nor Deny");
+  throw Failure(Failure::Kind::Input, "ACTION: " + Quoted(action) + " is neither Allow nor Deny");
 }
 
 /// Refuses what the module would store but never apply.
@@ -68,7 +68,7 @@ void CheckFilter(Module& module, const FilterOptions& options) {
   }
   Compile(options.pattern);
   if (!module.GroupExists(options.group)) {
-    throw Failure(ExitStatus::Refused, "there is no group " + Quoted(options.group));
+    throw Failure(Failure::Kind::Refused, "there is no group " + Quoted(options.group));
   }
 }
 
@@ -117,8 +117,8 @@ ExitStatus DeleteFilter(const Context& context, const FilterOptions& options) {
     count += stored;
   }
   if (count == 0) {
-    throw Failure(ExitStatus::Refused, "no filter has exactly these four values; \"filter list --group " +
-                                           Shown(options.group) + "\" shows what is stored");
+    throw Failure(Failure::Kind::Refused, "no filter has exactly these four values; \"filter list --group " +
+                                              Shown(options.group) + "\" shows what is stored");
   }
   context.Report("Deleted " + Count(static_cast<std::size_t>(count), "filter") + ".", {{"deleted", count}});
   return ExitStatus::Done;

@@ -41,7 +41,7 @@ ExitStatus AddGroup(const Context& context, const GroupOptions& options) {
   const auto created =
       module.Apply([&request](LocalAccessManager::UserManager& manager) { return manager.CreateGroup(request); });
   if (created == Tarn::RESULT_FILEEXISTS) {
-    throw Failure(ExitStatus::Refused, "the group " + Quoted(options.id) + " exists already");
+    throw Failure(Failure::Kind::Refused, "the group " + Quoted(options.id) + " exists already");
   }
   Database database(context.DatabaseFile(), Database::Access::Read);
   const auto waiting = database.Number("SELECT count(*) FROM filters WHERE group_id = ?", {options.id});
@@ -105,7 +105,7 @@ ExitStatus ShowGroup(const Context& context, const GroupOptions& options) {
   const Snapshot snapshot(database);
   const auto names = database.Texts("SELECT group_name FROM groups WHERE group_id = ?", {options.id});
   if (names.empty()) {
-    throw Failure(ExitStatus::Refused, "there is no group " + Quoted(options.id));
+    throw Failure(Failure::Kind::Refused, "there is no group " + Quoted(options.id));
   }
   const auto users = database.Texts("SELECT user_id FROM groupusers WHERE group_id = ? ORDER BY user_id", {options.id});
   Json filters = Json::array();

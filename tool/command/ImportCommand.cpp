@@ -64,8 +64,8 @@ std::string InsertStatement(const Section& section) {
 /// Puts the directory in place of the stored one.
 void Write(Database& database, const Directory& directory, Progress& progress) {
   if (database.Texts("PRAGMA encoding") != std::vector<std::string>{"UTF-8"}) {
-    throw Failure(ExitStatus::Failed, "the database " + Quoted(database.File()) +
-                                          " stores its texts as UTF-16, which cannot hold every text");
+    throw Failure(Failure::Kind::System, "the database " + Quoted(database.File()) +
+                                             " stores its texts as UTF-16, which cannot hold every text");
   }
   // Without this, a change larger than SQLite's cache would lock readers out long before it is complete.
   database.Run("PRAGMA cache_spill = OFF");

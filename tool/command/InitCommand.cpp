@@ -36,8 +36,8 @@ struct InitOptions {
 void RequireDirectoryOf(const std::string& file) {
   const std::string directory = std::filesystem::absolute(file).parent_path().string();
   if (access(directory.c_str(), W_OK | X_OK) != 0) {
-    throw Failure(ExitStatus::Failed, "cannot create " + Quoted(file) + " in the directory " + Quoted(directory) +
-                                          ": " + std::generic_category().message(errno));
+    throw Failure(Failure::Kind::System, "cannot create " + Quoted(file) + " in the directory " + Quoted(directory) +
+                                             ": " + std::generic_category().message(errno));
   }
 }
 
@@ -49,7 +49,7 @@ void CreateSchema(const std::string& file) {
   LocalAccessManager::UserManager manager; // closes the file again when it ends
   if (manager.InitUserManager(section).Failed()) {
     const auto errors = TheLog().Errors();
-    throw Failure(ExitStatus::Failed, errors.empty() ? "the database could not be created" : Shown(errors.back()));
+    throw Failure(Failure::Kind::System, errors.empty() ? "the database could not be created" : Shown(errors.back()));
   }
 }
 

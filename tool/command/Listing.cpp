@@ -30,7 +30,7 @@ Page List(Module& module, ListOperation operation, const PageOptions& page,
   module.Apply([&](LocalAccessManager::UserManager& manager) { return (manager.*operation)(state, result.document); });
   Perenna::PListArray* entries = nullptr;
   if (!result.document.GetArray(Perenna::PagedResults::results, entries)) {
-    throw Failure(ExitStatus::Failed, "the database could not be read");
+    throw Failure(Failure::Kind::System, "the database could not be read");
   }
   for (const Perenna::PListItem* entry : *entries) {
     const auto* const row = dynamic_cast<const Perenna::PListDict*>(entry);

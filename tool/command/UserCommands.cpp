@@ -43,23 +43,23 @@ ExitStatus AddUser(const Context& context, const UserOptions& options) {
   const std::string file = context.DatabaseFile();
   Module module(file);
   if (module.UserExists(options.id)) { // before a password is asked for
-    throw Failure(ExitStatus::Refused, "the user " + Quoted(options.id) + " exists already");
+    throw Failure(Failure::Kind::Refused, "the user " + Quoted(options.id) + " exists already");
   }
   std::string creator = options.creator;
   if (creator.empty()) {
     Database database(file, Database::Access::Read);
     const auto first = database.Texts("SELECT user_id FROM users ORDER BY rowid LIMIT 1");
     if (first.empty()) {
-      throw Failure(ExitStatus::Refused, "the directory has no user who could create one; make a new one with "
-                                         "\"init\", or import one");
+      throw Failure(Failure::Kind::Refused, "the directory has no user who could create one; make a new one with "
+                                            "\"init\", or import one");
     }
     creator = first.front();
   } else if (!module.UserExists(creator)) {
-    throw Failure(ExitStatus::Usage, "--created-by: there is no user " + Quoted(creator));
+    throw Failure(Failure::Kind::Input, "--created-by: there is no user " + Quoted(creator));
   }
   for (const std::string& group : options.groups) {
     if (!module.GroupExists(group)) {
-      throw Failure(ExitStatus::Usage, "--group: there is no group " + Quoted(group));
+      throw Failure(Failure::Kind::Input, "--group: there is no group " + Quoted(group));
     }
   }
   Perenna::PListDict request;
@@ -70,7 +70,7 @@ ExitStatus AddUser(const Context& context, const UserOptions& options) {
   const auto created =
       module.Apply([&request](LocalAccessManager::UserManager& manager) { return manager.CreateUser(request); });
   if (created == Tarn::RESULT_FILEEXISTS) {
-    throw Failure(ExitStatus::Refused, "the user " + Quoted(options.id) + " exists already");
+    throw Failure(Failure::Kind::Refused, "the user " + Quoted(options.id) + " exists already");
   }
   if (!options.groups.empty()) {
     try {
@@ -79,7 +79,7 @@ ExitStatus AddUser(const Context& context, const UserOptions& options) {
       ReplaceUserGroups(database, options.id, options.groups);
       transaction.Commit();
     } catch (const Failure& failure) {
-      throw Failure(failure.Status(),
+      throw Failure(failure.What(),
                     "the user " + Quoted(options.id) + " was added, but to no group: " + failure.what());
     }
   }
@@ -97,7 +97,7 @@ ExitStatus DeleteUsers(const Context& context, const UserOptions& options) {
     if (!options.force) {
       Database database(file, Database::Access::Read);
       if (UserExists(database, id) && database.Number("SELECT count(*) FROM users") == 1) {
-        throw Failure(ExitStatus::Refused,
+        throw Failure(Failure::Kind::Refused,
                       Quoted(id) + " is the last user: without one, none can be added again; --force deletes it");
       }
     }
@@ -160,7 +160,7 @@ ExitStatus ShowUser(const Context& context, const UserOptions& options) {
         }
       });
   if (json.is_null()) {
-    throw Failure(ExitStatus::Refused, "there is no user " + Quoted(options.id));
+    throw Failure(Failure::Kind::Refused, "there is no user " + Quoted(options.id));
   }
   if (context.WantsJson()) {
     PrintJson(json);
@@ -187,13 +187,13 @@ ExitStatus SetUserGroups(const Context& context, const UserOptions& options) {
 ExitStatus SetCredential(const Context& context, const UserOptions& options) {
   Database database(context.DatabaseFile(), Database::Access::Write);
   if (!UserExists(database, options.id)) {
-    throw Failure(ExitStatus::Refused, "there is no user " + Quoted(options.id));
+    throw Failure(Failure::Kind::Refused, "there is no user " + Quoted(options.id));
   }
   const Credential credential = options.credential.Read(options.id);
   Transaction transaction(database);
   if (database.Run("UPDATE users SET auth_method = ?, auth_value = ? WHERE user_id = ?",
                    {credential.Method(), credential.StoredValue(), options.id}) == 0) {
-    throw Failure(ExitStatus::Refused, "there is no user " + Quoted(options.id) + " any more");
+    throw Failure(Failure::Kind::Refused, "there is no user " + Quoted(options.id) + " any more");
   }
   transaction.Commit();
   context.Report("Changed the credential of user " + Quoted(options.id) + " (" + credential.Method() + ").",
@@ -203,7 +203,7 @@ ExitStatus SetCredential(const Context& context, const UserOptions& options) {
 
 ExitStatus SetCertificate(const Context& context, const UserOptions& options) {
   if (!options.credential.IsCertificate()) {
-    throw Failure(ExitStatus::Usage, "which certificate? Give --certificate FILE or --thumbprint TEXT");
+    throw Failure(Failure::Kind::Input, "which certificate? Give --certificate FILE or --thumbprint TEXT");
   }
   return SetCredential(context, options);
 }

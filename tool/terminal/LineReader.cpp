@@ -21,7 +21,7 @@ bool LineReader::Fill() {
   m_Buffer.erase(0, m_Position);
   m_Position = 0;
   if (m_Buffer.size() > MaximumLineBytes) {
-    throw Failure(ExitStatus::Usage, "a line of standard input is longer than 2 MiB");
+    throw Failure(Failure::Kind::Input, "a line of standard input is longer than 2 MiB");
   }
   m_BeforeWait();
   const std::size_t before = m_Buffer.size();
@@ -31,7 +31,7 @@ bool LineReader::Fill() {
     count = read(STDIN_FILENO, m_Buffer.data() + before, ReadBytes);
   } while (count < 0 && errno == EINTR);
   if (count < 0) {
-    throw Failure(ExitStatus::Failed, "cannot read standard input: " + std::generic_category().message(errno));
+    throw Failure(Failure::Kind::System, "cannot read standard input: " + std::generic_category().message(errno));
   }
   m_Buffer.resize(before + static_cast<std::size_t>(count));
   return count > 0;

@@ -25,7 +25,7 @@ Output::Output(const std::string& file)
     : m_Name(Quoted(file)),
       m_Descriptor(open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR)) {
   if (m_Descriptor < 0) {
-    throw Failure(ExitStatus::Failed, "cannot create " + m_Name + ": " + std::generic_category().message(errno));
+    throw Failure(Failure::Kind::System, "cannot create " + m_Name + ": " + std::generic_category().message(errno));
   }
 }
 
@@ -63,7 +63,7 @@ void Output::Flush() {
 }
 
 void Output::Fail() const {
-  throw Failure(ExitStatus::Failed, "cannot write " + m_Name + ": " + std::generic_category().message(errno));
+  throw Failure(Failure::Kind::System, "cannot write " + m_Name + ": " + std::generic_category().message(errno));
 }
 
 } // namespace Tool

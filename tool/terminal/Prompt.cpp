@@ -93,8 +93,8 @@ class Terminal {
 public:
   Terminal() : m_Descriptor(open("/dev/tty", O_RDWR | O_CLOEXEC)) {
     if (m_Descriptor.Number() < 0) {
-      throw Failure(ExitStatus::Usage, "there is no terminal to ask for a password at; give --password-stdin or "
-                                       "--password-file FILE");
+      throw Failure(Failure::Kind::Input, "there is no terminal to ask for a password at; give --password-stdin or "
+                                          "--password-file FILE");
     }
   }
 
@@ -110,7 +110,7 @@ public:
       count = read(m_Descriptor.Number(), &byte, 1);
     } while (count < 0 && errno == EINTR);
     if (count != 1) {
-      throw Failure(ExitStatus::Usage, "cancelled");
+      throw Failure(Failure::Kind::Input, "cancelled");
     }
     return byte;
   }
@@ -127,7 +127,7 @@ class WithoutEcho {
 public:
   explicit WithoutEcho(const Terminal& terminal) : m_Terminal(terminal) {
     if (tcgetattr(terminal.Number(), &m_Before) != 0) {
-      throw Failure(ExitStatus::Failed,
+      throw Failure(Failure::Kind::System,
                     std::string("cannot read the terminal's settings: ") + std::generic_category().message(errno));
     }
     termios silent = m_Before;
@@ -142,7 +142,7 @@ public:
 
   char Read() const {
     if (!m_Signals.WaitFor(m_Terminal.Number())) {
-      throw Failure(ExitStatus::Usage, "cancelled");
+      throw Failure(Failure::Kind::Input, "cancelled");
     }
     return m_Terminal.Read();
   }
@@ -167,7 +167,7 @@ Secret ReadSilently(const Terminal& terminal, const std::string& prompt) {
     case CtrlC:
     case CtrlD:
       terminal.Print("\n");
-      throw Failure(ExitStatus::Usage, "cancelled");
+      throw Failure(Failure::Kind::Input, "cancelled");
     case CtrlU:
       secret.Clear();
       break;
@@ -178,10 +178,10 @@ Secret ReadSilently(const Terminal& terminal, const std::string& prompt) {
     default:
       if (byte >= 0 && byte < ' ') { // an arrow key sends some, and nobody could type them again elsewhere
         terminal.Print("\n");
-        throw Failure(ExitStatus::Usage, "a key was pressed that is no character of a password");
+        throw Failure(Failure::Kind::Input, "a key was pressed that is no character of a password");
       }
       if (!secret.Append(byte)) {
-        throw Failure(ExitStatus::Usage,
+        throw Failure(Failure::Kind::Input,
                       "the password is longer than " + std::to_string(Secret::MaximumBytes) + " bytes");
       }
     }
@@ -208,7 +208,7 @@ Secret AskForNewPassword(const std::string& whose) {
   for (int round = 0; round < Rounds; ++round) {
     Secret first = ReadSilently(terminal, "New password for " + Quoted(whose) + ": ");
     if (first.Text().empty()) {
-      throw Failure(ExitStatus::Usage, "the password is empty");
+      throw Failure(Failure::Kind::Input, "the password is empty");
     }
     const Secret second = ReadSilently(terminal, "The same once more: ");
     if (first.Text() == second.Text()) {
@@ -216,7 +216,7 @@ Secret AskForNewPassword(const std::string& whose) {
     }
     terminal.Print("They differ.\n");
   }
-  throw Failure(ExitStatus::Usage, "the two passwords differed " + std::to_string(Rounds) + " times");
+  throw Failure(Failure::Kind::Input, "the two passwords differed " + std::to_string(Rounds) + " times");
 }
 
 bool AskYesOrNo(const std::string& question, bool otherwise) {
@@ -245,7 +245,7 @@ Secret ReadPasswordFile(const std::string& path) {
   const std::string name = standard_input ? "standard input" : "the password file " + Quoted(path);
   const Descriptor source(standard_input ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (source.Number() < 0) {
-    throw Failure(ExitStatus::Usage, "cannot open " + name + ": " + std::generic_category().message(errno));
+    throw Failure(Failure::Kind::Input, "cannot open " + name + ": " + std::generic_category().message(errno));
   }
   Secret secret;
   bool ended = false;
@@ -256,21 +256,21 @@ Secret ReadPasswordFile(const std::string& path) {
       continue;
     }
     if (count < 0) {
-      throw Failure(ExitStatus::Usage, "cannot read " + name + ": " + std::generic_category().message(errno));
+      throw Failure(Failure::Kind::Input, "cannot read " + name + ": " + std::generic_category().message(errno));
     }
     if (count == 0) {
       break;
     }
     if (ended) {
-      throw Failure(ExitStatus::Usage, name + " holds more than one line; a password is one line");
+      throw Failure(Failure::Kind::Input, name + " holds more than one line; a password is one line");
     }
     if (byte == '\0') {
-      throw Failure(ExitStatus::Usage, "the password in " + name + " holds a NUL byte");
+      throw Failure(Failure::Kind::Input, "the password in " + name + " holds a NUL byte");
     }
     if (byte == '\n') {
       ended = true;
     } else if (!secret.Append(byte)) {
-      throw Failure(ExitStatus::Usage,
+      throw Failure(Failure::Kind::Input,
                     "the password in " + name + " is longer than " + std::to_string(Secret::MaximumBytes) + " bytes");
     }
   }
@@ -278,7 +278,7 @@ Secret ReadPasswordFile(const std::string& path) {
     secret.RemoveLast();
   }
   if (secret.Text().empty()) {
-    throw Failure(ExitStatus::Usage, "the password in " + name + " is empty");
+    throw Failure(Failure::Kind::Input, "the password in " + name + " is empty");
   }
   return secret;
 }

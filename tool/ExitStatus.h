@@ -1,0 +1,28 @@
+#pragma once
+
+#include "directory/Failure.h"
+#include "tool/DirectoryNames.h"
+
+namespace Tool {
+
+/// What the process tells its caller.
+enum class ExitStatus : int {
+  Done = 0,    ///< done, or allowed
+  Refused = 1, ///< refused, not found, taken, or findings to look at
+  Usage = 2,   ///< wrong usage or input
+  Failed = 3   ///< the database or the system failed
+};
+
+inline ExitStatus StatusOf(const Failure& failure) noexcept {
+  switch (failure.What()) {
+  case Failure::Kind::Refused:
+    return ExitStatus::Refused;
+  case Failure::Kind::Input:
+    return ExitStatus::Usage;
+  case Failure::Kind::System:
+    break;
+  }
+  return ExitStatus::Failed;
+}
+
+} // namespace Tool
