@@ -1,11 +1,9 @@
-// The database file: its schema, the SQL function `regexp`, opening and closing.
+// The database file: its schema, opening and closing.
 
 #include "LocalAccessManager.h"
 
-#include <exception>
-
-#include "PN_Regex.h"
 #include "PN_Sqlite3.h"
+#include "Regexp.h"
 #include "TN_log.h"
 #include "TerminatedText.h"
 
@@ -47,36 +45,7 @@ CREATE TABLE version_info (
 INSERT INTO version_info VALUES('1.0.0', 1, 0, 0, '{}');
 )sql";
 
-constexpr int RegexpArguments = 2;
-
-const char* ArgumentText(sqlite3_value* value) {
-  return reinterpret_cast<const char*>(sqlite3_value_text(value));
-}
-
-bool OutOfMemory(sqlite3_value* value, const char* text) {
-  return text == nullptr && sqlite3_value_type(value) != SQLITE_NULL;
-}
-
 } // namespace
-
-/// "subject REGEXP pattern" in SQL, which SQLite evaluates as regexp(pattern, subject): 1 on a match, else 0, also for
-/// SQL NULL. Runs inside a step, under the lock of the operation that stepped; compiles the pattern on every call and
-/// keeps nothing. An error makes the step fail, so that a request in doubt is refused.
-static void regexp_handler(sqlite3_context* handle, int argc, sqlite3_value** argv) {
-  TN_REQUIRE(argc == RegexpArguments, "argc==2");
-  try {
-    const char* const regex = ArgumentText(argv[0]);
-    const char* const value = ArgumentText(argv[1]);
-    if (OutOfMemory(argv[0], regex) || OutOfMemory(argv[1], value)) {
-      sqlite3_result_error_nomem(handle);
-      return;
-    }
-    const bool matches = regex != nullptr && value != nullptr && Perenna::RegularExpression(regex).match(value);
-    sqlite3_result_int(handle, matches ? 1 : 0);
-  } catch (const std::exception&) { // none may pass through SQLite's frames
-    sqlite3_result_error_nomem(handle);
-  }
-}
 
 UserManager::~UserManager() {
   if (m_db != nullptr) {
@@ -115,8 +84,7 @@ Tarn::Result_t UserManager::InitUserManager(const Perenna::PListDict& config) {
     }
   }
 
-  if (sqlite3_create_function(m_db, "regexp", RegexpArguments, SQLITE_UTF8, nullptr, regexp_handler, nullptr,
-                              nullptr) != SQLITE_OK) {
+  if (RegisterRegexp(m_db) != SQLITE_OK) {
     Tarn::DefaultLogSink().Error("SQL regexp extension: %s\n", sqlite3_errmsg(m_db));
     Perenna::Sqlite3::pn_sqlite3_close(m_db);
     return Perenna::RESULT_PN_SETUP;
