@@ -1,5 +1,7 @@
 #include "directory/Vocabulary.h"
 
+#include <strings.h>
+
 #include "directory/Failure.h"
 #include "directory/Log.h"
 #include "directory/Text.h"
@@ -9,6 +11,10 @@ namespace AccessDirectory {
 namespace {
 
 constexpr const char* GroupIdCharacters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-";
+
+bool SameButForCase(const std::string& left, const std::string& right) {
+  return left.size() == right.size() && strcasecmp(left.c_str(), right.c_str()) == 0;
+}
 
 } // namespace
 
@@ -25,7 +31,24 @@ Perenna::Method_t KnownMethod(const std::string& name) {
   for (std::uint32_t known = 0; known < Perenna::METH_MAX; ++known) {
     names.append(names.empty() ? "" : ", ").append(MethodToString(static_cast<Perenna::Method_t>(known)));
   }
-  throw Failure(Failure::Kind::Input, "METHOD: " + Quoted(name) + " is none of " + names);
+  const std::string spelled = SpelledMethod(name);
+  throw Failure(Failure::Kind::Input,
+                "METHOD: " + Quoted(name) + " is none of " + names +
+                    (spelled == name ? "" : "; the case of letters counts: " + spelled + " is meant?"));
+}
+
+std::string SpelledMethod(const std::string& name) {
+  for (std::uint32_t method = 0; method < Perenna::METH_MAX; ++method) {
+    std::string known = Perenna::MethodToString(static_cast<Perenna::Method_t>(method));
+    if (SameButForCase(name, known)) {
+      return known;
+    }
+  }
+  return name;
+}
+
+std::string SpelledAction(const std::string& name) {
+  return SameButForCase(name, Allow) ? Allow : SameButForCase(name, Deny) ? Deny : name;
 }
 
 std::unique_ptr<Perenna::RegularExpression> CompilePattern(const std::string& pattern, std::string& fault) {

@@ -14,8 +14,16 @@ namespace AccessDirectory {
 /// Whether the module takes the text for a group's id: ASCII letters, digits, "_" and "-".
 bool IsGroupId(std::string_view group_id) noexcept;
 
-/// The method that `name` names. Throws `Failure` with the names there are.
+// The actions of filters that count.
+inline constexpr const char* Allow = "Allow";
+inline constexpr const char* Deny = "Deny";
+
+/// The method that `name` names; letter case counts (RFC 9110, section 9.1). Throws `Failure` with the names there are.
 Perenna::Method_t KnownMethod(const std::string& name);
+
+/// The known spelling of a method, or of an action, that differs in letter case only; else `name`.
+std::string SpelledMethod(const std::string& name);
+std::string SpelledAction(const std::string& name);
 
 /// Compiles a pattern, up to its first NUL as the module does. When it never matches, `fault` becomes what it is ("not
 /// a POSIX extended regular expression: ..."); else it is emptied. Clears the log.

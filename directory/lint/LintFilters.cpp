@@ -1,9 +1,5 @@
 // Filters: those that never apply, or not as they seem to.
 
-#include <array>
-
-#include <strings.h>
-
 #include "PN_HTTP.h"
 #include "directory/lint/Anchoring.h"
 #include "directory/lint/Lint.h"
@@ -14,9 +10,6 @@ namespace AccessDirectory {
 
 namespace {
 
-constexpr const char* Allow = "Allow";
-constexpr const char* Deny = "Deny";
-
 bool IsMethod(const std::string& name) {
   Perenna::Method_t method = Perenna::METH_MAX;
   return Perenna::StringToMethod(name, method);
@@ -24,25 +17,6 @@ bool IsMethod(const std::string& name) {
 
 bool IsAction(const std::string& name) {
   return name == Allow || name == Deny;
-}
-
-bool SameButForCase(const std::string& left, const std::string& right) {
-  return left.size() == right.size() && strcasecmp(left.c_str(), right.c_str()) == 0;
-}
-
-/// The known spelling of a method or an action that differs in letter case only; else as it is.
-std::string SpelledMethod(const std::string& name) {
-  for (std::uint32_t method = 0; method < Perenna::METH_MAX; ++method) {
-    std::string known = Perenna::MethodToString(static_cast<Perenna::Method_t>(method));
-    if (SameButForCase(name, known)) {
-      return known;
-    }
-  }
-  return name;
-}
-
-std::string SpelledAction(const std::string& name) {
-  return SameButForCase(name, Allow) ? Allow : SameButForCase(name, Deny) ? Deny : name;
 }
 
 } // namespace

@@ -86,11 +86,18 @@ TEST_F(GroupsAndFilters, FiltersAreAddedListedAndDeletedByAllFourValues) {
     {"group_id":"h","action":"Allow","method":"GET","filter":"^/a\\.b$"}]})"));
   EXPECT_EQ(Json({"filter", "add", "g", "Deny", "GET", "^/z"}),
             OrderedJson::parse(R"({"added":[{"group_id":"g","action":"Deny","method":"GET","filter":"^/z"}]})"));
-  EXPECT_EQ(Json({"filter", "delete", "g", "Deny", "GET", "^/z"}), OrderedJson::parse(R"({"deleted":1})"));
+  EXPECT_EQ(Json({"filter", "delete", "g", "Deny", "GET", "^/z"}),
+            OrderedJson::parse(R"({"deleted":[{"group_id":"g","action":"Deny","method":"GET","filter":"^/z"}]})"));
+  Run({{{"group", "delete", "h"},
+        0,
+        "Deleted group \"h\". Its 1 filter stay and apply again to a later group of this id.\n",
+        ""}});
+  EXPECT_EQ(Json({"filter", "list", "--group", "h"})["group_exists"], false);
+  EXPECT_THAT(Tool({"filter", "list", "--group", "h"}).out, HasSubstr("\nNote: there is no group \"h\""));
 }
 
 TEST_F(GroupsAndFilters, RefusalsNameTheValueAndChangeNothing) {
-  Sql("INSERT INTO groups VALUES('g', 'g')");
+  Sql("INSERT INTO groups VALUES('g', 'g'); INSERT INTO filters VALUES('PUT', 'g', '/', 'Allow')");
   const std::string before = Contents(File());
   Run({
       {{"group", "add", "the editors"}, 2, "", "GROUP: \"the editors\" is not a group's id"},
@@ -99,7 +106,14 @@ TEST_F(GroupsAndFilters, RefusalsNameTheValueAndChangeNothing) {
       {{"group", "set-members", "none", "ann"}, 1, "", "there is no group \"none\""},
       {{"filter", "add", "none", "Allow", "GET", "/"}, 1, "", "there is no group \"none\""},
       {{"filter", "add", "g", "Permit", "GET", "/"}, 2, "", "ACTION: \"Permit\" is neither Allow nor Deny"},
-      {{"filter", "add", "g", "Allow", "get", "/"}, 2, "", "METHOD: \"get\" is none of OPTIONS, HEAD, GET"},
+      {{"filter", "add", "g", "Allow", "get", "/"}, 2, "", "the case of letters counts: GET is meant?"},
+      {{"filter", "add", "g", "Allow", "GET,GET", "/"}, 2, "", "METHOD: \"GET\" is given twice"},
+      {{"filter", "add", "g", "Allow", "GET,PUT", "/"},
+       1,
+       "",
+       "has this filter already: Allow PUT \"/\"; nothing was added"},
+      {{"filter", "list", "--group", "none", "--json"}, 1, "", "there is no group \"none\""},
+      {{"filter", "list", "--method", "put"}, 2, "", "METHOD: \"put\" is none of"},
       {{"filter", "add", "g", "Allow", ",GET", "/"}, 2, "", "METHOD: \"\" is none of"},
       {{"filter", "add", "g", "Allow", "GET", "(["},
        2,
@@ -109,7 +123,8 @@ TEST_F(GroupsAndFilters, RefusalsNameTheValueAndChangeNothing) {
   });
   EXPECT_TRUE(Contents(File()) == before);
   Run({{{"filter", "add", "none", "Permit", "brew", "([", "--unchecked"}, 0, "Added 1 filter.\n", ""}});
-  EXPECT_EQ(Query("SELECT * FROM filters"), (std::vector<BareDatabase::Row>{{"brew", "none", "([", "Permit"}}));
+  EXPECT_EQ(Query("SELECT * FROM filters WHERE method = 'brew'"),
+            (std::vector<BareDatabase::Row>{{"brew", "none", "([", "Permit"}}));
 }
 
 TEST_F(GroupsAndFilters, APatternIsTriedWithoutADatabase) {

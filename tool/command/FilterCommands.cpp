@@ -2,8 +2,7 @@
 
 #include <iostream>
 #include <memory>
-
-#include <strings.h>
+#include <set>
 
 #include "directory/file/Database.h"
 #include "directory/Module.h"
@@ -53,22 +52,41 @@ std::vector<std::string> Methods(const FilterOptions& options) {
 
 /// "Allow" or "Deny", whatever the letter case: the module knows no other spelling. Throws `Failure`.
 std::string KnownAction(const std::string& action) {
-  for (const char* const known : {"Allow", "Deny"}) {
-    if (strcasecmp(action.c_str(), known) == 0) {
-      return known;
-    }
+  std::string known = SpelledAction(action);
+  if (known != Allow && known != Deny) {
+    throw Failure(Failure::Kind::Input, "ACTION: " + Quoted(action) + " is neither Allow nor Deny");
   }
-  throw Failure(Failure::Kind::Input, "ACTION: " + Quoted(action) + " is neither Allow nor Deny");
+  return known;
 }
 
-/// Refuses what the module would store but never apply.
-void CheckFilter(Module& module, const FilterOptions& options) {
+Failure NoGroup(const std::string& group) {
+  return {Failure::Kind::Refused, "there is no group " + Quoted(group)};
+}
+
+long long CountStored(Database& database, const FilterOptions& options, const std::string& method) {
+  return database.Number("SELECT count(*) FROM filters WHERE method = ? AND group_id = ? AND filter = ? AND action = ?",
+                         {method, options.group, options.pattern, options.action});
+}
+
+/// Refuses what the module would store but never apply, and what is there already.
+void CheckFilter(Module& module, Database& database, const FilterOptions& options) {
+  std::set<std::string> methods;
   for (const std::string& method : Methods(options)) {
     KnownMethod(method);
+    if (!methods.insert(method).second) {
+      throw Failure(Failure::Kind::Input, "METHOD: " + Quoted(method) + " is given twice");
+    }
   }
   Compile(options.pattern);
   if (!module.GroupExists(options.group)) {
-    throw Failure(Failure::Kind::Refused, "there is no group " + Quoted(options.group));
+    throw NoGroup(options.group);
+  }
+  for (const std::string& method : methods) {
+    if (CountStored(database, options, method) > 0) {
+      throw Failure(Failure::Kind::Refused, "the group " + Quoted(options.group) +
+                                                " has this filter already: " + options.action + " " + method + " " +
+                                                Quoted(options.pattern) + "; nothing was added");
+    }
   }
 }
 
@@ -86,7 +104,8 @@ ExitStatus AddFilter(const Context& context, const FilterOptions& given) {
   FilterOptions options = given;
   if (!options.unchecked) {
     options.action = KnownAction(options.action);
-    CheckFilter(module, options);
+    Database database(context.DatabaseFile(), Database::Access::Read);
+    CheckFilter(module, database, options);
   }
   Json added = Json::array();
   for (const std::string& method : Methods(options)) {
@@ -102,25 +121,21 @@ ExitStatus AddFilter(const Context& context, const FilterOptions& given) {
 ExitStatus DeleteFilter(const Context& context, const FilterOptions& options) {
   Module module(context.DatabaseFile());
   Database database(context.DatabaseFile(), Database::Access::Read);
-  const auto count_stored = [&](const std::string& method) {
-    return database.Number(
-        "SELECT count(*) FROM filters WHERE method = ? AND group_id = ? AND filter = ? AND action = ?",
-        {method, options.group, options.pattern, options.action});
-  };
   // A stored method may itself hold a comma.
-  const bool whole = count_stored(options.methods) > 0;
-  long long count = 0;
+  const bool whole = CountStored(database, options, options.methods) > 0;
+  Json deleted = Json::array();
   for (const std::string& method : whole ? std::vector<std::string>{options.methods} : Methods(options)) {
-    const long long stored = count_stored(method);
+    const long long stored = CountStored(database, options, method);
     const Perenna::PListDict request = Request(options, method);
     module.Apply([&request](LocalAccessManager::UserManager& manager) { return manager.DeleteFilter(request); });
-    count += stored;
+    deleted.insert(deleted.end(), static_cast<std::size_t>(stored), FilterJson(request));
   }
-  if (count == 0) {
+  if (deleted.empty()) {
     throw Failure(Failure::Kind::Refused, "no filter has exactly these four values; \"filter list --group " +
                                               Shown(options.group) + "\" shows what is stored");
   }
-  context.Report("Deleted " + Count(static_cast<std::size_t>(count), "filter") + ".", {{"deleted", count}});
+  const std::size_t count = deleted.size();
+  context.Report("Deleted " + Count(count, "filter") + ".", {{"deleted", std::move(deleted)}});
   return ExitStatus::Done;
 }
 
@@ -134,8 +149,21 @@ ExitStatus ListFilters(const Context& context, const FilterOptions& options) {
     };
   }
   const Page page = List(module, &LocalAccessManager::UserManager::GetFilters, options.page, keep);
+  // What a filter was stored with is listed even where nothing has that name: left-over and misspelled ones are to be
+  // found. Only an empty answer may come from a slip of the one who asks.
+  const bool group_exists = options.group.empty() || module.GroupExists(options.group);
+  if (page.total == 0 && !group_exists) {
+    throw NoGroup(options.group);
+  }
+  if (page.total == 0 && !options.method.empty()) {
+    KnownMethod(options.method);
+  }
   if (context.WantsJson()) {
-    PrintJson(page.ToJson(FilterJson));
+    Json json = page.ToJson(FilterJson);
+    if (!options.group.empty()) {
+      json["group_exists"] = group_exists;
+    }
+    PrintJson(json);
     return ExitStatus::Done;
   }
   Table table({"GROUP", "ACTION", "METHOD", "PATTERN"});
@@ -145,6 +173,10 @@ ExitStatus ListFilters(const Context& context, const FilterOptions& options) {
   }
   table.Print(std::cout);
   page.PrintRemainder("filter");
+  if (!group_exists) {
+    std::cout << "Note: there is no group " << Quoted(options.group)
+              << "; its filters apply again to a later group of this id.\n";
+  }
   return ExitStatus::Done;
 }
 
@@ -195,7 +227,8 @@ void AddFilterCommands(CLI::App& app, Context& context) {
                                        "perenna-access filter add editors Allow GET,HEAD '^/articles(/|$)'", AddFilter);
   AddFilterArguments(add, *add_options);
   add.add_flag("--unchecked", add_options->unchecked,
-               "Store it even if it can never apply: unknown group, method or action, malformed pattern");
+               "Store it even if it can never apply (unknown group, method or action, malformed pattern) or is there "
+               "already");
 
   const auto [remove, remove_options] =
       make("delete", "Delete the filters that equal all four values",
