@@ -39,13 +39,18 @@ void Lint::CheckUser(std::size_t row) {
 
 void Lint::CheckUserId(std::size_t row) {
   const std::string id = Text(Users, row, UserColumn::Id);
-  const bool controls = std::any_of(id.begin(), id.end(), IsControl);
-  if (controls || id.empty()) {
-    Add(LintKinds::UserId, Users, row,
-        controls
-            ? "the id holds control characters: it can pass for another in a log and drive the terminal of whoever "
-              "reads it"
-            : "the id is empty: every request of such a user is refused",
+  std::string why;
+  if (std::any_of(id.begin(), id.end(), IsControl)) {
+    why =
+        "the id holds control characters: it can pass for another in a log and drive the terminal of whoever reads it";
+  } else if (id.empty()) {
+    why = "the id is empty: every request of such a user is refused";
+  } else if (id.find(':') != std::string::npos &&
+             Text(Users, row, UserColumn::Method) != Methods::tls_client_certificate) {
+    why = "the id holds a colon, where HTTP Basic ends an id: the user cannot log in with a password";
+  }
+  if (!why.empty()) {
+    Add(LintKinds::UserId, Users, row, std::move(why),
         "add the user under another id and delete this one: " +
             Or(m_Mender.Run({"user", "delete"}, {id}), DeleteRow(Users, row)));
   }

@@ -170,6 +170,7 @@ TEST_F(Lint, FindsWhatIsWrongWithUsersAndGroupsAndSaysWhatMendsIt) {
       {user + "'sha256', '" + salt + ":" + std::string(64, 'A') + "', 'd', 'alice')", {"credential-malformed command"}},
       {user + "'sha256', 'salt:" + digest + "', 'd', 'alice')", {"credential-malformed command"}},
       {user + "'sha256', '" + salt + ":" + digest + "', 'd', 'alice')", {}},
+      {"UPDATE users SET user_id = 'a:b'; UPDATE groupusers SET user_id = 'a:b'", {"user-id advice"}},
       {user + "'tls_client_certificate', '000102030405060708090a0b0c0d0e0f10111213', 'd', 'alice')",
        {"thumbprint-form command"}},
       {user + "'tls_client_certificate', 'hunter2', 'd', 'alice')", {"thumbprint-form advice"}},
