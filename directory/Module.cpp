@@ -30,12 +30,10 @@ std::string DatabaseError() {
 
 Module::Module(const std::string& file) : m_File(file) {
   { const Database check(file, Database::Access::Read); }
-  Perenna::PListDict config;
-  auto* const section = new Perenna::PListDict;
-  config.SetItem(LocalAccessManager::Strings::LocalAccessManager, section);
-  section->SetValue(LocalAccessManager::Strings::DatabaseFilename, file);
+  Perenna::PListDict section;
+  section.SetValue(LocalAccessManager::Strings::DatabaseFilename, file);
   TheLog().Clear();
-  if (LocalAccessManager::InitUserManager(config).Failed() || !LocalAccessManager::GetUserManager(m_Manager)) {
+  if (m_Manager.InitUserManager(section).Failed()) {
     const auto errors = TheLog().Errors();
     Fail(errors.empty() ? "it cannot be opened" : errors.back());
   }
@@ -48,7 +46,7 @@ void Module::Fail(const std::string& reason) const {
 Tarn::Result_t Module::Apply(const Change& change) {
   for (int attempt = 1;; ++attempt) {
     TheLog().Clear();
-    Tarn::Result_t result = change(*m_Manager);
+    Tarn::Result_t result = change(m_Manager);
     if (TheLog().TimedOut()) {
       if (attempt < BusyAttempts) {
         continue;
@@ -69,7 +67,7 @@ Tarn::Result_t Module::Apply(const Change& change) {
 bool Module::Ask(const Question& question) {
   for (int attempt = 1;; ++attempt) {
     TheLog().Clear();
-    const bool answer = question(*m_Manager);
+    const bool answer = question(m_Manager);
     if (TheLog().TimedOut() && attempt < BusyAttempts) {
       continue;
     }

@@ -7,13 +7,15 @@
 
 namespace AccessDirectory {
 
-/// The access module, opened on one database file. One object a process: the module keeps what it opened.
+/// The access module, opened on one database file: a manager of this object's own, so that its end closes the file. The
+/// last connection to close puts what the write-ahead log holds into the file itself; the process's one manager, which
+/// a server uses, is never closed.
 class Module {
 public:
   /// Opens `file`, which must be an access database (see `Database`). Throws `Failure`.
   explicit Module(const std::string& file);
 
-  LocalAccessManager::UserManager& Manager() noexcept { return *m_Manager; }
+  LocalAccessManager::UserManager& Manager() noexcept { return m_Manager; }
 
   using Change = std::function<Tarn::Result_t(LocalAccessManager::UserManager&)>;
   /// Runs an operation that changes the directory, again while another program holds the file locked, up to about five
@@ -34,7 +36,7 @@ private:
   [[noreturn]] void Fail(const std::string& reason) const;
 
   std::string m_File;
-  LocalAccessManager::UserManager* m_Manager = nullptr;
+  LocalAccessManager::UserManager m_Manager;
 };
 
 } // namespace AccessDirectory
