@@ -76,4 +76,28 @@ std::string ThumbprintFromFile(const std::string& file) {
   return Canonical(certificate.Thumbprint());
 }
 
+std::string UserIdFault(std::string_view user_id, bool with_password) {
+  if (user_id.empty()) {
+    return "is empty";
+  }
+  if (with_password && user_id.find(':') != std::string_view::npos) {
+    return "holds a colon: HTTP Basic authentication ends the user id there";
+  }
+  const auto is_control = [](char byte) { return (byte >= 0 && byte < ' ') || byte == '\x7f'; };
+  if (std::any_of(user_id.begin(), user_id.end(), is_control)) {
+    return "holds a control character, which no HTTP header field carries";
+  }
+  if (user_id.front() == ' ' || user_id.back() == ' ') {
+    return "begins or ends with a space, which HTTP header fields lose";
+  }
+  return {};
+}
+
+std::string UserOfThumbprint(Database& database, const std::string& thumbprint) {
+  const auto users = database.Texts("SELECT user_id FROM users WHERE auth_method = 'tls_client_certificate' AND "
+                                    "auth_value = ? ORDER BY rowid LIMIT 1",
+                                    {thumbprint});
+  return users.empty() ? std::string() : users.front();
+}
+
 } // namespace AccessDirectory

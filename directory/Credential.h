@@ -2,8 +2,10 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "PN_PList.h"
+#include "directory/file/Database.h"
 #include "directory/Secret.h"
 
 namespace AccessDirectory {
@@ -27,5 +29,13 @@ std::string ThumbprintFromText(const std::string& text);
 
 /// The thumbprint in canonical base64 of the certificate in a PEM or DER file. Throws `Failure`.
 std::string ThumbprintFromFile(const std::string& file);
+
+/// Why nobody could log in by this user id, or no header field could carry it: it is empty, holds a colon (RFC 7617,
+/// section 2) or a control character, or has a space at an end. Words that follow the id; empty when it is sound.
+/// The colon matters only with a password.
+std::string UserIdFault(std::string_view user_id, bool with_password);
+
+/// The first user who is known by the thumbprint, the one that the module finds; empty when nobody is.
+std::string UserOfThumbprint(Database& database, const std::string& thumbprint);
 
 } // namespace AccessDirectory

@@ -106,6 +106,9 @@ TEST_F(Users, RefusalsNameTheOptionAndChangeNothing) {
        "pw\n"},
       {{"user", "add", ""}, 2, "", "USER: the value is empty"},
       {{"user", "add", "a"}, 2, "", "no terminal to ask for a password at"},
+      {{"user", "add", "a:b"}, 2, "", "\"a:b\" holds a colon: HTTP Basic"},
+      {{"user", "add", "a\x7f"}, 2, "", "\"a\\x7f\" holds a control character"},
+      {{"user", "add", "a "}, 2, "", "ends with a space"},
       {{"user", "add", "root"}, 1, "", "exists already"}, // before it asks
       {{"user", "show", "a"}, 1, "", "there is no user \"a\""},
       {{"user", "set-groups", "a"}, 1, "", "there is no user \"a\""},
@@ -140,7 +143,11 @@ TEST_F(Users, IdsOfEveryByteAreShownSafelyAndFoundAgain) {
       {"$(id)", "$(id)", "\"$(id)\""},
   };
   for (const auto& [id, shown, json] : cases) {
-    Run({{{"user", "add", "--password-stdin", "--", id}, 0, "Added user \"" + shown + "\".\n", "", "pw\n"},
+    Run({{{"user", "add", "--unchecked", "--password-stdin", "--", id},
+          0,
+          "Added user \"" + shown + "\".\n",
+          "",
+          "pw\n"},
          {{"user", "set-groups", "--", id}, 0, "User \"" + shown + "\" is now in: -.\n", ""}});
     EXPECT_TRUE(Login(id, "pw")) << shown;
     EXPECT_THAT(Tool({"user", "show", "--", id}).out, HasSubstr("User        " + shown + "\n"));

@@ -27,6 +27,7 @@ struct UserOptions {
   PageOptions page;
   bool show_credential = false;
   bool force = false;
+  bool unchecked = false;
 };
 
 using Options = std::shared_ptr<UserOptions>;
@@ -37,6 +38,15 @@ Json UserJson(const Perenna::PListDict& row) {
           {"create_date", JsonText(Field(row, Keys::create_date))},
           {"create_user", JsonText(Field(row, Keys::create_user))},
           {"groups", JsonTexts(ArrayTexts(row, Keys::groups))}};
+}
+
+/// The module finds the first user of a thumbprint: another's rights would be used, or taken away, unnoticed.
+void RequireOwnThumbprint(Database& database, const Credential& credential, const std::string& user_id) {
+  const std::string other = credential.password ? "" : UserOfThumbprint(database, credential.thumbprint);
+  if (!other.empty() && other != user_id) {
+    throw Failure(Failure::Kind::Refused,
+                  "the certificate is that of user " + Quoted(other) + "; --unchecked stores it all the same");
+  }
 }
 
 ExitStatus AddUser(const Context& context, const UserOptions& options) {
@@ -57,6 +67,11 @@ ExitStatus AddUser(const Context& context, const UserOptions& options) {
   } else if (!module.UserExists(creator)) {
     throw Failure(Failure::Kind::Input, "--created-by: there is no user " + Quoted(creator));
   }
+  if (const std::string fault = options.unchecked ? "" : UserIdFault(options.id, !options.credential.IsCertificate());
+      !fault.empty()) {
+    throw Failure(Failure::Kind::Input,
+                  "USER: " + Quoted(options.id) + ' ' + fault + "; --unchecked adds it all the same");
+  }
   for (const std::string& group : options.groups) {
     if (!module.GroupExists(group)) {
       throw Failure(Failure::Kind::Input, "--group: there is no group " + Quoted(group));
@@ -66,6 +81,10 @@ ExitStatus AddUser(const Context& context, const UserOptions& options) {
   request.SetValue(Keys::user_id, options.id);
   request.SetValue(Keys::create_user, creator);
   const Credential credential = options.credential.Read(options.id);
+  if (!options.unchecked) {
+    Database database(file, Database::Access::Read);
+    RequireOwnThumbprint(database, credential, options.id);
+  }
   credential.AddTo(request);
   const auto created =
       module.Apply([&request](LocalAccessManager::UserManager& manager) { return manager.CreateUser(request); });
@@ -191,6 +210,9 @@ ExitStatus SetCredential(const Context& context, const UserOptions& options) {
   }
   const Credential credential = options.credential.Read(options.id);
   Transaction transaction(database);
+  if (!options.unchecked) {
+    RequireOwnThumbprint(database, credential, options.id);
+  }
   if (database.Run("UPDATE users SET auth_method = ?, auth_value = ? WHERE user_id = ?",
                    {credential.Method(), credential.StoredValue(), options.id}) == 0) {
     throw Failure(Failure::Kind::Refused, "there is no user " + Quoted(options.id) + " any more");
@@ -230,6 +252,8 @@ void AddUserCommands(CLI::App& app, Context& context) {
       ->type_name("GROUP")
       ->expected(1)
       ->take_all();
+  add.add_flag("--unchecked", add_options->unchecked,
+               "Store an id that cannot be logged in by, or another user's certificate");
   add_options->credential.AddPasswordTo(add);
   add_options->credential.AddCertificateTo(add);
 
@@ -262,6 +286,7 @@ void AddUserCommands(CLI::App& app, Context& context) {
       make("set-certificate", "Make a user known by a TLS client certificate in place of a password",
            "perenna-access user set-certificate alice --certificate alice.pem", SetCertificate);
   certificate.add_option("USER", certificate_options->id, "The user's id")->required();
+  certificate.add_flag("--unchecked", certificate_options->unchecked, "Store another user's certificate too");
   certificate_options->credential.AddCertificateTo(certificate);
 }
 
