@@ -12,6 +12,7 @@
 #include "tool/cli/Help.h"
 #include "tool/cli/Suggestion.h"
 #include "tool/command/Commands.h"
+#include "tool/terminal/EndingSignals.h"
 #include "tool/terminal/Prompt.h"
 
 namespace {
@@ -105,6 +106,7 @@ int main(int argc, char** argv) {
   Tool::ExitStatus status = Tool::ExitStatus::Failed;
   try {
     Tool::ProtectProcess();
+    Tool::RemoveUnfinishedFilesOnSignals();
     std::ios::sync_with_stdio(false);
     AccessDirectory::TheLog();
     status = RunAndFlush(argc, argv);

@@ -6,6 +6,7 @@
 #include "TN_memio.h"
 #include "TN_util.h"
 #include "directory/Failure.h"
+#include "directory/file/FileNames.h"
 #include "directory/Log.h"
 #include "directory/Text.h"
 
@@ -28,6 +29,7 @@ constexpr std::array<const char*, 4> TableProbes = {
 } // namespace
 
 Database::Database(const std::string& file, Access access) : m_File(file) {
+  RequireFileName(file);
   if (!Tarn::PathIsFile(file)) {
     throw Failure(Failure::Kind::System,
                   "the database " + Quoted(file) +

@@ -1,7 +1,9 @@
 #include "directory/file/NewFile.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
@@ -14,6 +16,9 @@
 namespace AccessDirectory {
 
 namespace {
+
+// More than any command makes at once; the removal of one that finds no place is left to its destructor.
+std::array<std::atomic<const NewFile*>, 4> s_unfinished{};
 
 /// Makes a new name in a directory survive a power failure. Not examined: some file systems cannot, and none loses
 /// what it had before.
@@ -29,21 +34,52 @@ void SyncDirectoryOf(const std::string& file) {
 } // namespace
 
 NewFile::NewFile(std::string name, Existing existing, std::string hint)
-    : m_Name(std::move(name)), m_Work(m_Name + ".new-" + std::to_string(getpid())), m_Hint(std::move(hint)),
-      m_Existing(existing) {
-  const auto status = std::filesystem::symlink_status(m_Name);
+    : m_Name(std::move(name)), m_Directory(m_Name + ".new-XXXXXX"), m_Hint(std::move(hint)), m_Existing(existing) {
+  std::error_code unknown; // mkdtemp will say why
+  const auto status = std::filesystem::symlink_status(m_Name, unknown);
   if (std::filesystem::exists(status) && existing == Existing::Keep) {
     ThrowExists();
   }
   if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
     throw Failure(Failure::Kind::Input, Quoted(m_Name) + " is not a regular file: it cannot be replaced");
   }
-  unlink(m_Work.c_str()); // a leftover of an earlier process of this number
+  if (mkdtemp(m_Directory.data()) == nullptr) {
+    const std::string reason = std::generic_category().message(errno);
+    throw Failure(Failure::Kind::System, "cannot create " + Quoted(m_Name) + " in the directory " +
+                                             Quoted(std::filesystem::absolute(m_Name, unknown).parent_path().string()) +
+                                             ": " + reason);
+  }
+  const std::string work = m_Directory + "/new";
+  m_Work = {work, work + "-journal", work + "-wal", work + "-shm"};
+  for (auto& place : s_unfinished) {
+    const NewFile* nobody = nullptr;
+    if (place.compare_exchange_strong(nobody, this)) {
+      break;
+    }
+  }
 }
 
 NewFile::~NewFile() {
-  unlink(m_Work.c_str());
-  unlink((m_Work + "-journal").c_str());
+  for (auto& place : s_unfinished) {
+    const NewFile* mine = this;
+    place.compare_exchange_strong(mine, nullptr);
+  }
+  Remove();
+}
+
+void NewFile::Remove() const noexcept {
+  for (const std::string& file : m_Work) {
+    unlink(file.c_str());
+  }
+  rmdir(m_Directory.c_str());
+}
+
+void NewFile::RemoveUnfinished() noexcept {
+  for (const auto& place : s_unfinished) {
+    if (const NewFile* const file = place; file != nullptr) {
+      file->Remove();
+    }
+  }
 }
 
 void NewFile::Publish() const {
@@ -59,11 +95,11 @@ void NewFile::Publish() const {
 
 bool NewFile::Rename() const {
   if (m_Existing == Existing::Replace) {
-    return std::rename(m_Work.c_str(), m_Name.c_str()) == 0;
+    return std::rename(WorkName().c_str(), m_Name.c_str()) == 0;
   }
   // A file system without hard links: the check and the step are one with renameat2 too.
-  return link(m_Work.c_str(), m_Name.c_str()) == 0 ||
-         (errno != EEXIST && renameat2(AT_FDCWD, m_Work.c_str(), AT_FDCWD, m_Name.c_str(), RENAME_NOREPLACE) == 0);
+  return link(WorkName().c_str(), m_Name.c_str()) == 0 ||
+         (errno != EEXIST && renameat2(AT_FDCWD, WorkName().c_str(), AT_FDCWD, m_Name.c_str(), RENAME_NOREPLACE) == 0);
 }
 
 void NewFile::ThrowExists() const {

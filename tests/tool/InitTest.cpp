@@ -98,7 +98,7 @@ TEST_F(Init, NeverTouchesAFileOrALinkThatExists) {
     }
     const ToolResult refused = Tool({"init", "--password-stdin"}, "secret\n");
     EXPECT_EQ(refused.status, 1) << kind;
-    EXPECT_THAT(refused.err, HasSubstr("exists already; init never touches an existing file")) << kind;
+    EXPECT_THAT(refused.err, HasSubstr("exists already")) << kind;
     EXPECT_THAT(Names(Place()), ElementsAre("access.db", "other")) << kind;
     EXPECT_EQ(Contents(other), "mine") << kind;
     std::filesystem::remove(File());
@@ -141,6 +141,38 @@ TEST_F(Init, RefusalsNameTheOptionAndLeaveNothingBehind) {
       {{"-d", "", "init", "--password-stdin"}, 2, "", "--database: the value is empty", "pw\n"},
   });
   EXPECT_EQ(Names(Place()), before);
+}
+
+// A server makes a directory that nobody can log in to; and who declined the administrators may want them later.
+TEST_F(Init, CompletesADirectoryThatLacksUsersOrAdministrators) {
+  ASSERT_EQ(Tool({"init", "--password-stdin", "--no-administrators"}, "pw\n").status, 0);
+  const std::string done = "The user \"admin\" may now administer \"" + File() + "\" in the group \"ops\".\n";
+  const Step administer = {{"check", "admin", "PUT", "/access/users"}, 0, "allowed\n", ""};
+  Run({{{"init", "--password-stdin"}, 1, "", "exists already and has users", "pw\n"},
+       {{"init", "--administrators", "ops", "--password-stdin"}, 1, "", "exists already and has users", "pw\n"},
+       {{"init", "--administrators", "ops", "--user", "zoe"}, 1, "", "there is no user \"zoe\""},
+       {{"init", "--administrators", "ops"}, 0, done, ""},
+       {{"init", "--administrators", "ops"}, 0, done, ""}, // what is there stays
+       administer});
+  EXPECT_EQ(Query("SELECT count(*) FROM filters")[0][0], "7");
+  Sql("DELETE FROM users; DELETE FROM groupusers");
+  const std::string added = "Added the user \"admin\" to \"" + File() + "\" in the group \"ops\".\n";
+  Run({{{"init", "--administrators", "ops", "--password-stdin"}, 0, added, "", "new\n"}, administer});
+  EXPECT_TRUE(Login("admin", "new"));
+}
+
+// Rows of an earlier database's log would come back to life in the new one.
+TEST_F(Init, RefusesNamesThatAreNotItsOwnFiles) {
+  for (const char* const ending : {"-wal", "-shm", "-journal"}) {
+    std::ofstream(File() + ending) << "";
+    Run({{{"init", "--password-stdin"}, 1, "", "access.db" + std::string(ending) + "\" is left over", "pw\n"}});
+    std::filesystem::remove(File() + ending);
+  }
+  for (const std::string name : {"file:access.db", ":memory:"}) {
+    Run({{{"-d", name, "init", "--password-stdin"}, 2, "", "is no file name for a database", "pw\n"},
+         {{"-d", name, "user", "list"}, 2, "", "is no file name for a database"}});
+  }
+  EXPECT_THAT(Names(Place()), IsEmpty());
 }
 
 TEST_F(Init, ReadsThePasswordFromAFileOrFromStandardInput) {

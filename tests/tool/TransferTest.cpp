@@ -50,6 +50,12 @@ TEST_F(Transfer, ExportGuardsFilesThatExistAndTheOnesItMakes) {
   EXPECT_EQ(Tool({"export", "--force", link}).status, 2);
   EXPECT_EQ(Tool({"export", m_Place.File("no/such/directory")}).status, 3);
   EXPECT_EQ(Slurp(file), "mine");
+  const std::string hard_link = m_Place.File("hard");
+  std::filesystem::create_hard_link(m_Database, hard_link);
+  for (const std::string& part : {m_Database, hard_link, m_Database + "-wal", m_Place.File("./access.db-shm")}) {
+    EXPECT_EQ(Tool({"export", "--force", part}).status, 2) << part;
+  }
+  EXPECT_EQ(ReadContents(m_Database)[0].size(), 1U);
 
   EXPECT_EQ(Tool({"export", "--force", file}).status, 0);
   EXPECT_EQ(Slurp(file), Tool({"export", "-"}).out);

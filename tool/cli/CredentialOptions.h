@@ -18,6 +18,8 @@ struct CredentialOptions {
 
   void AddPasswordTo(CLI::App& command);
   void AddCertificateTo(CLI::App& command);
+  /// Whether any credential was named.
+  bool IsGiven() const { return password_stdin || !password_file.empty() || IsCertificate(); }
   /// Whether a certificate was named, and no password.
   bool IsCertificate() const { return !certificate_file.empty() || !thumbprint.empty(); }
   /// Reads what was named; asks for a password at the terminal when nothing was. Throws `Failure`.

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "directory/Directory.h"
+#include "directory/file/FileNames.h"
 #include "directory/file/NewFile.h"
 #include "tool/DirectoryNames.h"
 #include "tool/terminal/Output.h"
@@ -52,11 +53,12 @@ ExitStatus Export(const Context& context, const ExportOptions& options) {
     WriteDirectory(database, out);
     return ExitStatus::Done;
   }
+  RequireApart(options.file, database.File());
   const NewFile file(options.file, options.force ? NewFile::Existing::Replace : NewFile::Existing::Keep,
                      "--force replaces it");
   SectionCounts counts{};
   {
-    Output out(file.WorkName());
+    Output out(file.WorkName(), options.file);
     counts = WriteDirectory(database, out);
   }
   file.Publish();

@@ -1,15 +1,16 @@
 #include "tool/command/Commands.h"
 
-#include <cerrno>
+#include <array>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <system_error>
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "LocalAccessManager.h"
 #include "directory/file/Database.h"
+#include "directory/file/FileNames.h"
 #include "directory/file/NewFile.h"
 #include "directory/Log.h"
 #include "directory/Membership.h"
@@ -33,14 +34,6 @@ struct InitOptions {
   CredentialOptions credential;
 };
 
-void RequireDirectoryOf(const std::string& file) {
-  const std::string directory = std::filesystem::absolute(file).parent_path().string();
-  if (access(directory.c_str(), W_OK | X_OK) != 0) {
-    throw Failure(Failure::Kind::System, "cannot create " + Quoted(file) + " in the directory " + Quoted(directory) +
-                                             ": " + std::generic_category().message(errno));
-  }
-}
-
 /// Lets the module create the file with its schema.
 void CreateSchema(const std::string& file) {
   Perenna::PListDict section;
@@ -60,12 +53,24 @@ void AddFirstUser(Database& database, const std::string& user_id, const Credenti
                {user_id, credential.Method(), credential.StoredValue(), now.data(), user_id});
 }
 
+/// Lets a user administer: adds what is missing of the group, its filters and the membership.
 void AddAdministrators(Database& database, const std::string& group_id, const std::string& user_id) {
-  database.Run("INSERT INTO groups(group_id, group_name) VALUES(?, ?)", {group_id, AdministratorsName});
-  ReplaceGroupUsers(database, group_id, {user_id});
+  if (!GroupExists(database, group_id)) {
+    database.Run("INSERT INTO groups(group_id, group_name) VALUES(?, ?)", {group_id, AdministratorsName});
+  }
+  const auto add_once = [&database](const std::string& table, const std::string& columns,
+                                    const std::vector<std::string>& values) {
+    std::string marks = "?";
+    for (std::size_t i = 1; i < values.size(); ++i) {
+      marks += ", ?";
+    }
+    if (database.Number("SELECT count(*) FROM " + table + " WHERE (" + columns + ") = (" + marks + ")", values) == 0) {
+      database.Run("INSERT INTO " + table + "(" + columns + ") VALUES(" + marks + ")", values);
+    }
+  };
+  add_once("groupusers", "group_id, user_id", {group_id, user_id});
   for (const char* const method : {"GET", "HEAD", "OPTIONS", "POST", "PUT", "PATCH", "DELETE"}) {
-    database.Run("INSERT INTO filters(method, group_id, filter, action) VALUES(?, ?, ?, 'Allow')",
-                 {method, group_id, AdministrationPattern});
+    add_once("filters", "method, group_id, filter, action", {method, group_id, AdministrationPattern, "Allow"});
   }
 }
 
@@ -80,11 +85,21 @@ std::string AdministratorsGroup(const InitOptions& options) {
   return wanted ? "administrators" : "";
 }
 
-ExitStatus Init(const Context& context, const InitOptions& options) {
-  const std::string file = context.DatabaseFile();
+void Report(const Context& context, const std::string& done, const std::string& text, const InitOptions& options,
+            const std::string& group) {
+  context.Report(text, {{done, JsonText(context.DatabaseFile())},
+                        {"user_id", JsonText(options.user)},
+                        {"group_id", group.empty() ? Json() : JsonText(group)}});
+}
+
+std::string InGroup(const std::string& group) {
+  return group.empty() ? "." : " in the group " + Quoted(group) + ".";
+}
+
+ExitStatus Create(const Context& context, const std::string& file, const InitOptions& options) {
   umask(S_IRWXG | S_IRWXO); // the file holds credentials
-  const NewFile created(file, NewFile::Existing::Keep, "init never touches an existing file");
-  RequireDirectoryOf(file); // before a password is asked for
+  const NewFile created(file, NewFile::Existing::Keep, "init makes new files, and completes directories without users");
+  RequireNoRemains(file);
   const Credential credential = options.credential.Read(options.user);
   const std::string group = AdministratorsGroup(options);
 
@@ -99,12 +114,75 @@ ExitStatus Init(const Context& context, const InitOptions& options) {
     transaction.Commit();
   }
   created.Publish();
-  context.Report("Created " + Quoted(file) + " with the user " + Quoted(options.user) +
-                     (group.empty() ? "." : " in the group " + Quoted(group) + "."),
-                 {{"created", JsonText(file)},
-                  {"user_id", JsonText(options.user)},
-                  {"group_id", group.empty() ? Json() : JsonText(group)}});
+  Report(context, "created", "Created " + Quoted(file) + " with the user " + Quoted(options.user) + InGroup(group),
+         options, group);
   return ExitStatus::Done;
+}
+
+bool HasUsers(Database& database) {
+  return database.Number("SELECT EXISTS(SELECT 1 FROM users)") != 0;
+}
+
+/// A server makes a file without any user. Nobody could log in, nor add one: every user is created by another.
+ExitStatus AddFirst(const Context& context, Database& database, const InitOptions& options) {
+  const Credential credential = options.credential.Read(options.user);
+  const std::string group = AdministratorsGroup(options);
+  Transaction transaction(database);
+  if (HasUsers(database)) {
+    throw Failure(Failure::Kind::Refused, "the directory " + Quoted(database.File()) + " has got a user meanwhile");
+  }
+  AddFirstUser(database, options.user, credential);
+  if (!group.empty()) {
+    AddAdministrators(database, group, options.user);
+  }
+  transaction.Commit();
+  Report(context, "completed",
+         "Added the user " + Quoted(options.user) + " to " + Quoted(database.File()) + InGroup(group), options, group);
+  return ExitStatus::Done;
+}
+
+ExitStatus AppointAdministrator(const Context& context, Database& database, const InitOptions& options) {
+  Transaction transaction(database);
+  if (!UserExists(database, options.user)) {
+    throw Failure(Failure::Kind::Refused,
+                  "there is no user " + Quoted(options.user) + " who could administer; --user names one");
+  }
+  AddAdministrators(database, options.administrators, options.user);
+  transaction.Commit();
+  Report(context, "completed",
+         "The user " + Quoted(options.user) + " may now administer " + Quoted(database.File()) +
+             InGroup(options.administrators),
+         options, options.administrators);
+  return ExitStatus::Done;
+}
+
+ExitStatus Complete(const Context& context, const std::string& file, const InitOptions& options) {
+  std::optional<Database> database;
+  try {
+    database.emplace(file, Database::Access::Write);
+  } catch (const Failure& failure) {
+    throw Failure(Failure::Kind::Refused,
+                  Quoted(file) + " exists already, and init cannot complete it: " + failure.what());
+  }
+  if (!HasUsers(*database)) {
+    return AddFirst(context, *database, options);
+  }
+  if (options.administrators.empty() || options.credential.IsGiven()) {
+    throw Failure(Failure::Kind::Refused, Quoted(file) + " exists already and has users; --administrators GROUP with "
+                                                         "--user USER lets one of them administer it");
+  }
+  return AppointAdministrator(context, *database, options);
+}
+
+ExitStatus Init(const Context& context, const InitOptions& options) {
+  const std::string file = context.DatabaseFile();
+  RequireFileName(file);
+  if (const std::string fault = UserIdFault(options.user, !options.credential.IsCertificate()); !fault.empty()) {
+    throw Failure(Failure::Kind::Input, "--user: " + Quoted(options.user) + ' ' + fault);
+  }
+  std::error_code unknown;
+  return std::filesystem::is_regular_file(file, unknown) ? Complete(context, file, options)
+                                                         : Create(context, file, options);
 }
 
 } // namespace
@@ -112,8 +190,10 @@ ExitStatus Init(const Context& context, const InitOptions& options) {
 void AddInitCommand(CLI::App& app, Context& context) {
   CLI::App& init = AddCommand(app, "init",
                               "Create a database with its first user\nAsks for the password at the terminal unless a "
-                              "credential is named.",
-                              "perenna-access --database access.db init --user admin");
+                              "credential is named. In a file that a server made, without any user, adds the first "
+                              "one. In a directory with users, --administrators lets an existing one administer it.",
+                              "perenna-access --database access.db init --user admin\n"
+                              "  perenna-access --database access.db init --user admin --administrators operators");
   auto options = std::make_shared<InitOptions>();
   init.add_option("--user", options->user, "The first user's id")
       ->type_name("USER")

@@ -21,8 +21,8 @@ constexpr std::size_t BufferBytes = 65536;
 
 Output::Output() : m_Name("standard output"), m_Descriptor(STDOUT_FILENO) {}
 
-Output::Output(const std::string& file)
-    : m_Name(Quoted(file)),
+Output::Output(const std::string& file, const std::string& name)
+    : m_Name(Quoted(name)),
       m_Descriptor(open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR)) {
   if (m_Descriptor < 0) {
     throw Failure(Failure::Kind::System, "cannot create " + m_Name + ": " + std::generic_category().message(errno));

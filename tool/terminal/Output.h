@@ -10,8 +10,8 @@ class Output {
 public:
   /// Standard output.
   Output();
-  /// A file that must not exist yet, for its owner alone.
-  explicit Output(const std::string& file);
+  /// A file that must not exist yet, for its owner alone, which messages call `name`.
+  Output(const std::string& file, const std::string& name);
   ~Output();
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
