@@ -1,8 +1,25 @@
 #include "directory/lint/Lint.h"
 
+#include <algorithm>
+
 #include "directory/lint/LintKinds.h"
 
 namespace AccessDirectory {
+
+std::vector<FindingsOfKind> ByKind(const std::vector<Finding>& findings) {
+  std::vector<FindingsOfKind> kinds;
+  for (std::size_t number = 0; number < findings.size(); ++number) {
+    const LintKind* const kind = findings[number].kind;
+    auto place = std::find_if(kinds.begin(), kinds.end(), [kind](const auto& known) { return known.kind == kind; });
+    if (place == kinds.end()) {
+      place = kinds.insert(place, {kind, {}});
+    }
+    place->findings.push_back(number);
+  }
+  std::stable_partition(kinds.begin(), kinds.end(),
+                        [](const auto& known) { return known.kind->severity == Severity::Problem; });
+  return kinds;
+}
 
 Lint::Lint(const StoredDirectory& stored, const Mender& mender, Progress& progress)
     : m_Stored(stored), m_Mender(mender), m_Progress(progress) {}

@@ -30,6 +30,15 @@ struct Finding {
   std::string mend; ///< a command that begins with "perenna-access", or what to do where there is none
 };
 
+/// Which findings are of a kind.
+struct FindingsOfKind {
+  const LintKind* kind;
+  std::vector<std::size_t> findings; ///< their places, ascending
+};
+
+/// Sorts findings by kind: problems first, then in the order of the first finding of each.
+std::vector<FindingsOfKind> ByKind(const std::vector<Finding>& findings);
+
 /// Looks for rows that cannot do what they say, or do more than they seem to.
 class Lint {
 public:
@@ -52,6 +61,7 @@ private:
 
   void Index();
   void IndexFilters();
+  void IndexGrantedMethods();
   void Add(const LintKind& kind, SectionNumber section, std::size_t row, std::string why, std::string mend);
 
   /// Adds a finding for a row with cells that no text is ever equal to, or whose texts no argument can name; false when
@@ -94,7 +104,8 @@ private:
   Mender::Command ReplaceFilter(const FilterRow& filter, const FilterRow& better);
   bool AddFilterFaults(std::size_t row, const FilterRow& filter);
   void CheckFilter(std::size_t row);
-  void CheckAnchoring(std::size_t row, const FilterRow& filter);
+  void CheckPattern(std::size_t row, const FilterRow& filter);
+  void CheckIdleDeny(std::size_t row, const FilterRow& filter);
 
   const StoredDirectory& m_Stored;
   const Mender& m_Mender;
@@ -112,9 +123,11 @@ private:
   std::unordered_map<std::string_view, std::string> m_PatternFaults;
   std::unordered_set<std::string> m_FilterKeys; // all filters, and those that a command would add
   std::unordered_set<std::string> m_FiltersSeen;
-  std::unordered_set<std::string> m_Denials;             // keys of the filters with "Deny"
-  std::unordered_set<std::string_view> m_FilteredGroups; // that a filter names
-  std::unordered_set<std::string_view> m_GrantingGroups; // that have an Allow which can grant something
+  std::unordered_set<std::string> m_Denials;                             // keys of the filters with "Deny"
+  std::unordered_set<std::string_view> m_FilteredGroups;                 // that a filter names
+  using MethodsOfGroup = std::unordered_map<std::string_view, unsigned>; // a bit a method
+  MethodsOfGroup m_GrantingGroups;                                       // that have an Allow which can grant something
+  MethodsOfGroup m_GrantedToMembers;                                     // those with members
 };
 
 } // namespace AccessDirectory

@@ -15,6 +15,12 @@ bool IsMethod(const std::string& name) {
   return Perenna::StringToMethod(name, method);
 }
 
+/// A bit for the method of this name, none for what is no method.
+unsigned MethodBit(const std::string& name) {
+  Perenna::Method_t method = Perenna::METH_MAX;
+  return Perenna::StringToMethod(name, method) ? 1U << method : 0U;
+}
+
 bool IsAction(const std::string& name) {
   return name == Allow || name == Deny;
 }
@@ -61,8 +67,25 @@ void Lint::IndexFilters() {
     if (filter.action == Allow && !rows.IsBlob(row, FilterColumn::Group) && !rows.IsBlob(row, FilterColumn::Method) &&
         IsMethod(filter.method) && PatternFault(rows.texts.At(row, FilterColumn::Pattern)).empty() &&
         m_Denials.count(filter.KeyOfDeny()) == 0) {
-      m_GrantingGroups.insert(rows.texts.At(row, FilterColumn::Group));
+      m_GrantingGroups[rows.texts.At(row, FilterColumn::Group)] |= MethodBit(filter.method);
     }
+  }
+  IndexGrantedMethods();
+}
+
+/// Which methods some member of a group is granted on something, by that group or by another.
+void Lint::IndexGrantedMethods() {
+  const Rows& memberships = In(Memberships).texts;
+  std::unordered_map<std::string_view, unsigned> of_user;
+  for (std::size_t row = 0; row < memberships.Count(); ++row) {
+    const auto granting = m_GrantingGroups.find(memberships.At(row, MembershipColumn::Group));
+    if (granting != m_GrantingGroups.end()) {
+      of_user[memberships.At(row, MembershipColumn::User)] |= granting->second;
+    }
+  }
+  for (std::size_t row = 0; row < memberships.Count(); ++row) {
+    const auto granted = of_user.find(memberships.At(row, MembershipColumn::User));
+    m_GrantedToMembers[memberships.At(row, MembershipColumn::Group)] |= granted == of_user.end() ? 0U : granted->second;
   }
 }
 
@@ -146,11 +169,23 @@ void Lint::CheckFilter(std::size_t row) {
         "the same filter stands in an earlier row: this one has no effect, but goes when that one is deleted",
         once ? *once : DeleteRow(Filters, row));
   } else {
-    CheckAnchoring(row, filter);
+    CheckPattern(row, filter);
+    CheckIdleDeny(row, filter);
   }
 }
 
-void Lint::CheckAnchoring(std::size_t row, const FilterRow& filter) {
+void Lint::CheckIdleDeny(std::size_t row, const FilterRow& filter) {
+  const auto granted = m_GrantedToMembers.find(filter.group);
+  if (filter.action == Deny && granted != m_GrantedToMembers.end() &&
+      (granted->second & MethodBit(filter.method)) == 0) {
+    const Mender::Command deletion = DeleteFilter(filter);
+    Add(LintKinds::FilterIdle, Filters, row,
+        "no group of any member has an Allow of " + filter.method + ": this Deny refuses what is refused without it",
+        "keep it as a guard against a later Allow, or delete it: " + (deletion ? *deletion : DeleteRow(Filters, row)));
+  }
+}
+
+void Lint::CheckPattern(std::size_t row, const FilterRow& filter) {
   if (IsAnchored(filter.pattern)) {
     return;
   }

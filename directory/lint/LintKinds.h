@@ -35,6 +35,7 @@ inline constexpr LintKind FilterPattern = {"filter-pattern", Severity::Problem};
 inline constexpr LintKind FilterAction = {"filter-action", Severity::Problem};
 inline constexpr LintKind FilterRepeated = {"filter-repeated", Severity::Problem};
 inline constexpr LintKind FilterOverruled = {"filter-overruled", Severity::Problem};
+inline constexpr LintKind FilterIdle = {"filter-idle", Severity::Note};
 inline constexpr LintKind FilterUnanchored = {"filter-unanchored", Severity::Note};
 
 } // namespace AccessDirectory::LintKinds

@@ -124,7 +124,8 @@ TEST_F(Lint, FindsWhatIsWrongWithFiltersAndSaysWhatMendsIt) {
       {filter + "'Allow', 'GET', '^/x'), ('editors', 'Deny', 'GET', '^/x')", {"filter-overruled command"}},
       // Filters that are not as they seem.
       {filter + "'Allow', 'PUT', '^/x'), ('editors', 'Allow', 'PUT', '^/x')", {"filter-repeated command"}},
-      {filter + "'Deny', 'PUT', '^/x'), ('editors', 'Deny', 'PUT', '^/x')", {"filter-repeated sql"}},
+      {filter + "'Deny', 'GET', '^/x'), ('editors', 'Deny', 'GET', '^/x')", {"filter-repeated sql"}},
+      {filter + "'Deny', 'PUT', '^/x')", {"filter-idle advice"}},
       {filter + "'Allow', 'GET', '/x')", {"filter-unanchored command"}},
       {filter + "'Deny', 'GET', 'a)')", {"filter-unanchored advice"}},
   };
@@ -158,8 +159,8 @@ TEST_F(Lint, FindsWhatIsWrongWithUsersAndGroupsAndSaysWhatMendsIt) {
       {"INSERT INTO users VALUES('u', 'sha256', '" + salt + ":" + digest + "', 'd', 'alice')",
        {"user-without-group advice"}},
       {"DELETE FROM filters", {"user-without-allow advice", "group-without-filters advice"}},
-      {"UPDATE filters SET action = 'Deny'", {"user-without-allow advice"}},
-      {filter + "'Deny', 'GET', '^/')", {"user-without-allow advice", "filter-overruled command"}},
+      {filter + "'Deny', 'GET', '^/')",
+       {"user-without-allow advice", "filter-overruled command", "filter-idle advice"}},
       {"UPDATE filters SET filter = '('", {"user-without-allow advice", "filter-pattern command"}},
       // Credentials.
       {user + "'plain_pw', 'hunter2', 'd', 'alice')", {"credential-plain command"}},
@@ -232,6 +233,7 @@ TEST_F(Lint, NotesCanBeHiddenAndThenDoNotCount) {
   const Document report = Document::parse(Tool({"lint", "--no-notes", "--json"}).out);
   EXPECT_EQ(report["problems"], 1);
   EXPECT_EQ(report["notes"], 0);
+  EXPECT_EQ(report["kinds"].dump(), R"([{"kind":"filter-pattern","severity":"problem","count":1}])");
   EXPECT_EQ(report["rows"].dump(), R"({"users":1,"groups":2,"memberships":1,"filters":2})");
   const Document& finding = report["findings"][0];
   EXPECT_EQ(finding["row"].dump(), R"({"group_id":"g","action":"Allow","method":"GET","filter":""})");
@@ -253,6 +255,10 @@ TEST_F(Lint, LargeAndLopsidedDirectoriesAreReadInOneGo) {
   EXPECT_NE(result.out.find("\n119999 problems and 0 notes in 1 user, 1 group, 60001 memberships and 60001 filters.\n"),
             std::string::npos)
       << result.out.substr(result.out.size() - 200);
+  EXPECT_LE(std::count(result.out.begin(), result.out.end(), '\n'), 4 * 10 + 1) << "ten lines a kind:\n" << result.out;
+  EXPECT_NE(result.out.find("\n  and 29997 more, which --all shows\n"), std::string::npos) << result.out;
+  const std::string all = Tool({"lint", "--all"}).out;
+  EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 119999 * 5 + 1);
 }
 
 } // namespace Testing

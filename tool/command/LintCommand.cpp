@@ -13,17 +13,19 @@ namespace Tool {
 
 namespace {
 
-constexpr std::size_t BarRows = 20000; // a directory of so many takes long enough for a progress bar
+constexpr std::size_t BarRows = 20000;  // a directory of so many takes long enough for a progress bar
+constexpr std::size_t ShownOfAKind = 3; // of more, people see so many and the number of the rest
 
 struct LintOptions {
   bool no_notes = false;
+  bool all = false;
 };
 
 /// What to look at, and how much of it there is.
 class Report {
 public:
   Report(const StoredDirectory& stored, std::vector<Finding> findings)
-      : m_Stored(stored), m_Findings(std::move(findings)) {
+      : m_Stored(stored), m_Findings(std::move(findings)), m_Kinds(ByKind(m_Findings)) {
     for (std::size_t number = 0; number < SectionCount; ++number) {
       m_Rows.at(number) = stored.at(number).texts.Count();
     }
@@ -33,15 +35,16 @@ public:
 
   bool Empty() const { return m_Findings.empty(); }
 
-  void Print() const {
-    for (const Finding& finding : m_Findings) {
-      const bool problem = IsProblem(finding);
-      std::cout << InColour(problem ? "problem" : "note", problem ? Colour::Red : Colour::Dim) << "  "
-                << InColour(finding.kind->name, Colour::Bold) << "  " << Sections.at(finding.section).table
-                << ", rowid " << RowId(finding) << '\n'
-                << "  Row   " << RowText(finding) << '\n'
-                << "  Why   " << finding.why << '\n'
-                << "  Mend  " << finding.mend << "\n\n";
+  /// Kind by kind. What a thousand rows share takes a few lines, unless `all` are wanted.
+  void Print(bool all) const {
+    for (const FindingsOfKind& kind : m_Kinds) {
+      if (all || kind.findings.size() <= ShownOfAKind) {
+        for (const std::size_t number : kind.findings) {
+          PrintOne(m_Findings[number]);
+        }
+      } else {
+        PrintSome(kind);
+      }
     }
     const std::string counted = m_Findings.empty() ? "No findings" : Counts();
     std::cout << counted << " in " << CountsText(m_Rows) << ".\n";
@@ -59,14 +62,46 @@ public:
       std::cout << separator << "    " << text;
       separator = ",\n";
     }
-    const Json counts = {
-        {"problems", m_Problems}, {"notes", m_Findings.size() - m_Problems}, {"rows", CountsJson(m_Rows)}};
+    Json kinds = Json::array();
+    for (const FindingsOfKind& kind : m_Kinds) {
+      kinds.push_back(
+          {{"kind", kind.kind->name}, {"severity", SeverityName(*kind.kind)}, {"count", kind.findings.size()}});
+    }
+    const Json counts = {{"kinds", std::move(kinds)},
+                         {"problems", m_Problems},
+                         {"notes", m_Findings.size() - m_Problems},
+                         {"rows", CountsJson(m_Rows)}};
     std::string rest = counts.dump(2, ' ', true);
     std::cout << (m_Findings.empty() ? "],\n" : "\n  ],\n") << rest.substr(rest.find('\n') + 1) << '\n';
   }
 
 private:
   static bool IsProblem(const Finding& finding) { return finding.kind->severity == Severity::Problem; }
+  static const char* SeverityName(const LintKind& kind) {
+    return kind.severity == Severity::Problem ? "problem" : "note";
+  }
+
+  static std::string Heading(const LintKind& kind) {
+    return InColour(SeverityName(kind), kind.severity == Severity::Problem ? Colour::Red : Colour::Dim) + "  " +
+           InColour(kind.name, Colour::Bold) + "  ";
+  }
+
+  void PrintOne(const Finding& finding) const {
+    std::cout << Heading(*finding.kind) << Sections.at(finding.section).table << ", rowid " << RowId(finding) << '\n'
+              << "  Row   " << RowText(finding) << '\n'
+              << "  Why   " << finding.why << '\n'
+              << "  Mend  " << finding.mend << "\n\n";
+  }
+
+  void PrintSome(const FindingsOfKind& kind) const {
+    const Finding& first = m_Findings[kind.findings.front()];
+    std::cout << Heading(*kind.kind) << Count(kind.findings.size(), "row") << '\n' << "  Why   " << first.why << '\n';
+    for (std::size_t i = 0; i < ShownOfAKind; ++i) {
+      const Finding& finding = m_Findings[kind.findings[i]];
+      std::cout << "  Row   " << RowText(finding) << '\n' << "  Mend  " << finding.mend << '\n';
+    }
+    std::cout << "  and " << kind.findings.size() - ShownOfAKind << " more, which --all shows\n\n";
+  }
 
   long long RowId(const Finding& finding) const { return m_Stored.at(finding.section).rowids[finding.row]; }
 
@@ -98,7 +133,7 @@ private:
           JsonText(m_Stored.at(finding.section).Text(finding.row, column));
     }
     return {{"kind", finding.kind->name},
-            {"severity", IsProblem(finding) ? "problem" : "note"},
+            {"severity", SeverityName(*finding.kind)},
             {"table", Sections.at(finding.section).table},
             {"rowid", RowId(finding)},
             {"row", std::move(row)},
@@ -112,6 +147,7 @@ private:
 
   const StoredDirectory& m_Stored;
   std::vector<Finding> m_Findings;
+  std::vector<FindingsOfKind> m_Kinds;
   SectionCounts m_Rows{};
   std::size_t m_Problems = 0;
 };
@@ -139,7 +175,7 @@ ExitStatus RunLint(const Context& context, const LintOptions& options) {
   if (context.WantsJson()) {
     report.PrintAsJson();
   } else {
-    report.Print();
+    report.Print(options.all);
   }
   return report.Empty() ? ExitStatus::Done : ExitStatus::Refused;
 }
@@ -147,14 +183,16 @@ ExitStatus RunLint(const Context& context, const LintOptions& options) {
 } // namespace
 
 void AddLintCommand(CLI::App& app, Context& context) {
-  CLI::App& lint =
-      AddCommand(app, "lint",
-                 "Look for rows that cannot do what they say, or do more than they seem to\n"
-                 "Each is shown with the reason and with what mends it. Exit status 1: there are findings.",
-                 "perenna-access lint\n"
-                 "  perenna-access lint --no-notes --json");
+  CLI::App& lint = AddCommand(
+      app, "lint",
+      "Look for rows that cannot do what they say, or do more than they seem to\n"
+      "Each is shown with the reason and with what mends it; of many of one kind, three. Exit status 1: there "
+      "are findings.",
+      "perenna-access lint\n"
+      "  perenna-access lint --no-notes --json");
   auto options = std::make_shared<LintOptions>();
   lint.add_flag("--no-notes", options->no_notes, "Show problems only, not what is merely worth a look");
+  lint.add_flag("--all", options->all, "Show every finding, also of a kind that there are many of; JSON always does");
   context.OnRun(lint, [&context, options] { return RunLint(context, *options); });
 }
 
