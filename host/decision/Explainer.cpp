@@ -1,0 +1,133 @@
+#include "host/decision/Explainer.h"
+
+#include "directory/Explanation.h"
+#include "directory/Vocabulary.h"
+
+namespace Host {
+
+namespace {
+
+constexpr int BusyMilliseconds = 50;
+constexpr std::size_t MaximumPatterns = 2048; // compiled ones take some kilobytes each
+constexpr std::size_t MaximumGroups = 10000;  // pairs of group and method
+
+constexpr const char* Allow = "Allow";
+constexpr const char* Deny = "Deny";
+
+/// The literal characters after a leading "^"; empty where that is not certain.
+std::string LiteralBeginning(const std::string& pattern) {
+  if (pattern.empty() || pattern.front() != '^' || pattern.find('|') != std::string::npos) {
+    return {};
+  }
+  const std::size_t end = pattern.find_first_of("\\[]().*+?{}^$", 1);
+  const bool is_repeated =
+      end != std::string::npos && end > 1 && std::string_view("*+?{").find(pattern[end]) != std::string_view::npos;
+  return pattern.substr(1, (end == std::string::npos ? pattern.size() : end) - 1 - (is_repeated ? 1 : 0));
+}
+
+} // namespace
+
+// The conditions are those of the module's own statement.
+Explainer::Explainer(DirectoryFile& file)
+    : m_Reader(file.Path(), BusyMilliseconds),
+      m_Memberships(m_Reader, "SELECT DISTINCT group_id, EXISTS (SELECT 1 FROM groups WHERE groups.group_id = "
+                              "groupusers.group_id) FROM groupusers WHERE user_id = ? ORDER BY group_id"),
+      m_GroupFilters(m_Reader, "SELECT CAST(filter AS TEXT), CAST(action AS TEXT) FROM filters "
+                               "WHERE method = ? AND group_id = ? ORDER BY rowid"),
+      m_AnyUser(m_Reader, "SELECT user_id FROM users LIMIT 1") {}
+
+void Explainer::Forget() {
+  m_Filters.clear();
+  m_SomeUser.clear();
+}
+
+bool Explainer::ReadMemberships(const std::string& user_id) {
+  m_Groups.clear();
+  return m_Memberships.Run({user_id}, [this](const ReaderQuery& row) {
+    const std::string group_id = row.Text(0);
+    m_Groups.push_back({group_id, row.Number(1) != 0 && AccessDirectory::IsGroupId(group_id)});
+  }) == SQLITE_DONE;
+}
+
+const Explainer::Filters* Explainer::FiltersOf(const std::string& group_id, const char* method) {
+  const auto known = m_Filters.find({group_id, method});
+  if (known != m_Filters.end()) {
+    return &known->second;
+  }
+  Filters filters;
+  const int rc = m_GroupFilters.Run({method, group_id}, [&filters](const ReaderQuery& row) {
+    Filter& filter = filters.emplace_back();
+    filter.pattern = row.Text(0);
+    filter.action = row.Text(1);
+    filter.beginning = LiteralBeginning(filter.pattern);
+  });
+  if (rc != SQLITE_DONE) {
+    return nullptr;
+  }
+  if (m_Filters.size() >= MaximumGroups) {
+    m_Filters.clear();
+  }
+  return &(m_Filters[{group_id, method}] = std::move(filters));
+}
+
+bool Explainer::Matches(const Filter& filter, const std::string& url) {
+  if (url.compare(0, filter.beginning.size(), filter.beginning) != 0) {
+    return false;
+  }
+  if (m_Patterns.size() >= MaximumPatterns) {
+    m_Patterns.clear();
+  }
+  auto& compiled = m_Patterns[filter.pattern];
+  if (compiled == nullptr) {
+    compiled = std::make_unique<Perenna::RegularExpression>(filter.pattern);
+  }
+  return compiled->match(url);
+}
+
+bool Explainer::Explain(Perenna::Method_t method, const std::string& url, Judgement& judgement) {
+  if (!ReadMemberships(judgement.user_id)) {
+    return false;
+  }
+  AccessDirectory::Explanation explanation;
+  explanation.allowed = judgement.outcome == Outcome::Allowed;
+  explanation.user_exists = true;
+  // A filter that refuses settles it, whatever grants; so one that grants is looked for only where none refuses.
+  const char* const deciding = explanation.allowed ? Allow : Deny;
+  for (const Membership& membership : m_Groups) {
+    explanation.groups.push_back(membership.group_id);
+    const Filters* const filters = FiltersOf(membership.group_id, Perenna::MethodToString(method));
+    if (filters == nullptr) {
+      return false;
+    }
+    for (const Filter& filter : *filters) {
+      if (judgement.decider) {
+        break;
+      }
+      if (filter.action == deciding && Matches(filter, url)) {
+        judgement.decider = Decider{membership.group_id, filter.pattern, filter.action};
+      }
+    }
+    if (explanation.allowed && membership.is_listed) {
+      judgement.groups += (judgement.groups.empty() ? "" : ",") + membership.group_id;
+    }
+  }
+  AccessDirectory::ExplainedFilter& settled = explanation.filters.emplace_back(); // the text needs only this one
+  if (judgement.decider) {
+    settled.group = judgement.decider->group_id;
+    settled.pattern = judgement.decider->filter;
+    settled.action = judgement.decider->action;
+    settled.decides = true;
+  }
+  judgement.reason = explanation.Reason();
+  return true;
+}
+
+const std::string& Explainer::SomeUser() {
+  if (m_SomeUser.empty() &&
+      m_AnyUser.Run({}, [this](const ReaderQuery& row) { m_SomeUser = row.Text(0); }) != SQLITE_DONE) {
+    m_SomeUser.clear();
+  }
+  return m_SomeUser;
+}
+
+} // namespace Host
