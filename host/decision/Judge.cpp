@@ -263,6 +263,8 @@ std::optional<Judge::Answer> Judge::AskModule(const Question& question, const st
         (!FitsIntoField(judgement->user_id) || judgement->groups.size() > MaximumGroupBytes)) {
       judgement->outcome = Outcome::Refused;
       judgement->reason = "refused: the user's id or groups do not fit into a header field";
+      judgement->groups.clear();
+      judgement->decider.reset();
     }
     if (!is_allowed && question.credentials.kind == Kind::Anonymous) {
       judgement->outcome = Outcome::Unauthenticated;
