@@ -4,10 +4,7 @@
 
 #include <array>
 
-#include "Listing.h"
-#include "SQLQuery.h"
-#include "TN_log.h"
-#include "TerminatedText.h"
+#include "Entries.h"
 
 namespace LocalAccessManager {
 
@@ -18,12 +15,7 @@ constexpr std::size_t DateTextBytes = 64;
 } // namespace
 
 bool UserManager::UserExists(const std::string& user_id) {
-  if (m_db == nullptr) {
-    return false;
-  }
-  const Tarn::AutoMutex l(m_Lock);
-  SQLQuery::GetUser user_query(m_db);
-  return user_query.Exec(user_id) == Tarn::RESULT_OK;
+  return Exists<UserEntry>({m_db, m_Lock}, user_id);
 }
 
 Tarn::Result_t UserManager::CreateUser(const Perenna::PListDict& dict) {
@@ -47,7 +39,10 @@ Tarn::Result_t UserManager::CreateUser(const Perenna::PListDict& dict) {
     return Tarn::RESULT_STATE;
   }
 
+  // What was tested is what is stored: items of other kinds would be bound as something else than their texts.
   Perenna::PListDict record(dict);
+  record.SetValue(Strings::user_id, user_id);
+  record.SetValue(Strings::create_user, create_user);
   if (!password.empty()) {
     record.SetValue(Strings::auth_method, Strings::sha256);
     record.SetValue(Strings::auth_value, calculate_sha_password_expression(password));
@@ -68,9 +63,7 @@ Tarn::Result_t UserManager::CreateUser(const Perenna::PListDict& dict) {
   std::array<char, DateTextBytes> buf{};
   record.SetValue(Strings::create_date, now.EncodeString(buf.data(), buf.size()));
 
-  const Tarn::AutoMutex l(m_Lock);
-  SQLQuery::CreateUser user_query(m_db);
-  return user_query.Exec(record);
+  return Run<SQLQuery::CreateUser>({m_db, m_Lock}, record);
 }
 
 Tarn::Result_t UserManager::SetUserCredentials(const Perenna::PListDict& /*dict*/) {
@@ -78,31 +71,12 @@ Tarn::Result_t UserManager::SetUserCredentials(const Perenna::PListDict& /*dict*
 }
 
 Tarn::Result_t UserManager::DeleteUser(const std::string& user_id) {
-  if (m_db == nullptr) {
-    return Perenna::RESULT_DB_FAILURE;
-  }
-  if (!UserExists(user_id)) {
-    return Tarn::RESULT_NOT_FOUND;
-  }
-  const Tarn::AutoMutex l(m_Lock);
-  // Neither result is examined: the deletion goes as far as it can, and the wrapper has logged what failed.
-  SQLQuery::DeleteUserGroups group_query(m_db);
-  static_cast<void>(group_query.Exec(user_id));
-  SQLQuery::DeleteUser user_query(m_db);
-  static_cast<void>(user_query.Exec(user_id));
-  return Tarn::RESULT_OK;
+  return Remove<UserEntry>({m_db, m_Lock}, user_id);
 }
 
 Tarn::Result_t UserManager::GetUsers(Perenna::PagedResults::ResultState& page_params,
                                      Perenna::PListDict& response_document) {
-  if (m_db == nullptr) {
-    return Perenna::RESULT_DB_FAILURE;
-  }
-  const Tarn::AutoMutex l(m_Lock);
-  if (!ListPage<SQLQuery::GetUsers>(m_db, page_params, response_document).Failed()) {
-    AddMemberships<SQLQuery::GetUserGroups>(m_db, Strings::user_id, "groups", response_document);
-  }
-  return Tarn::RESULT_OK;
+  return ListEntries<UserEntry>({m_db, m_Lock}, page_params, response_document);
 }
 
 } // namespace LocalAccessManager
