@@ -36,9 +36,13 @@ template <class Attempt> int RetryWhileLocked(const char* what, Attempt attempt)
   return rc;
 }
 
-/// The text of a column, stored NULs included: a value that merely begins with an allowed one must not equal it.
+/// The text of a column, stored NULs included: a value that merely begins with an allowed one must not equal it. A blob
+/// counts as its bytes, whatever the encoding of the file's texts.
 std::string ColumnText(sqlite3_stmt* statement, int column) {
-  const auto* const text = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
+  const void* const stored = sqlite3_column_type(statement, column) == SQLITE_BLOB
+                                 ? sqlite3_column_blob(statement, column)
+                                 : sqlite3_column_text(statement, column);
+  const auto* const text = static_cast<const char*>(stored);
   if (text == nullptr) {
     if (sqlite3_errcode(sqlite3_db_handle(statement)) == SQLITE_NOMEM) {
       throw std::bad_alloc(); // not an empty text: a "Deny" must not get lost

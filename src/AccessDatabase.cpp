@@ -55,7 +55,7 @@ UserManager::~UserManager() {
 
 Tarn::Result_t UserManager::InitUserManager(const Perenna::PListDict& config) {
   const std::string database_filename = config.GetData(Strings::DatabaseFilename).GetValue();
-  if (IsEmptyTerminated(database_filename)) {
+  if (database_filename.empty() || EndsEarly(database_filename)) { // SQLite would open what stands before a NUL
     Tarn::DefaultLogSink().Error("Database filename is empty.\n");
     return Perenna::RESULT_PN_SETUP;
   }

@@ -30,6 +30,12 @@ std::string PasswordDigest(const std::string& salt, const std::string& password)
   return sha_ctx.StringValue(digest_buf.data(), digest_buf.size(), true);
 }
 
+/// Whether a row has a column of that name that holds a text.
+bool HoldsText(const Perenna::PListDict& row, const std::string& column) {
+  Perenna::PListData* item = nullptr;
+  return row.GetData(column, item) && item->HasType(Perenna::IT_STRING);
+}
+
 } // namespace
 
 std::string calculate_sha_password_expression(const std::string& password) {
@@ -89,9 +95,8 @@ bool UserManager::TestUserIdAndPassword(const Perenna::HTTPRequest& /*request*/,
   const std::string& auth_value = dict.GetData(Strings::auth_value).GetValue();
   if (auth_method == Strings::plain_pw) {
     Tarn::DefaultLogSink().Debug("auth_method: \"plain_pw\".\n");
-    // In a file of another schema the value may be NULL or a blob, whose items hold no text of the column's.
-    return dict.GetData(Strings::auth_value).HasType(Perenna::IT_STRING) &&
-           Tarn::EqualConstantTime(password, auth_value);
+    // In a file of another schema the value may be no text, or missing: neither is an empty password.
+    return HoldsText(dict, Strings::auth_value) && Tarn::EqualConstantTime(password, auth_value);
   }
   if (auth_method == Strings::sha256) {
     Tarn::DefaultLogSink().Debug("auth_method: \"sha256\".\n");
@@ -122,6 +127,9 @@ bool UserManager::TestUserCertificate(const Perenna::HTTPRequest& /*request*/,
     if (user_query.Exec(thumbprint) != Tarn::RESULT_OK || !user_query.GetNextResult(dict)) {
       return false;
     }
+  }
+  if (!HoldsText(dict, Strings::user_id)) {
+    return false; // its text form might be somebody else's id
   }
   user_id = dict.GetData(Strings::user_id).GetValue();
   return true;
