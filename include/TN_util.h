@@ -42,23 +42,8 @@ TN_API int hex2bin(const char* text, byte_t* buffer, unsigned capacity, unsigned
 TN_API int base64decode(const char* text, byte_t* buffer, unsigned capacity, unsigned* count) noexcept;
 
 /// Whether two byte ranges, or two texts, are the same. Takes a time that depends on the lengths alone, so that it may
-/// compare digests and keys.
-inline bool EqualConstantTime(const byte_t* left, const byte_t* right, std::size_t count) noexcept {
-  std::uint64_t difference = 0;
-  for (; count >= sizeof(difference); count -= sizeof(difference)) { // a word at a time
-    std::uint64_t left_word = 0;
-    std::uint64_t right_word = 0;
-    std::memcpy(&left_word, left, sizeof(left_word));
-    std::memcpy(&right_word, right, sizeof(right_word));
-    difference |= left_word ^ right_word;
-    left += sizeof(left_word);
-    right += sizeof(right_word);
-  }
-  for (std::size_t i = 0; i < count; ++i) {
-    difference |= static_cast<std::uint64_t>(left[i]) ^ static_cast<std::uint64_t>(right[i]);
-  }
-  return difference == 0;
-}
+/// compare digests and keys. Thread-safe.
+TN_API bool EqualConstantTime(const byte_t* left, const byte_t* right, std::size_t count) noexcept;
 inline bool EqualConstantTime(const std::string& left, const std::string& right) noexcept {
   return left.size() == right.size() && EqualConstantTime(reinterpret_cast<const byte_t*>(left.data()),
                                                           reinterpret_cast<const byte_t*>(right.data()), left.size());
@@ -162,8 +147,8 @@ public:
   char* EncodeHex(char* buffer, unsigned length) const noexcept {
     return bin2UUIDhex(Value(), UUID_Length, buffer, length);
   }
-  /// True, with the value set, only when `text` is the 36-character UUID form, digits of either case; otherwise the
-  /// object is unchanged.
+  /// True, with the value set, only when `text` is the 36-character UUID form, digits of either case; otherwise there
+  /// is no value.
   TN_API bool DecodeHex(const char* text) noexcept;
 };
 
@@ -198,17 +183,7 @@ private:
 /// True when `path` names an existing regular file, links followed.
 TN_API bool PathIsFile(const std::string& path);
 
-/// Blocks the calling thread for `milliseconds` with one `nanosleep`; a signal may end it early.
+/// Blocks the calling thread for `milliseconds`, also when signals arrive meanwhile.
 TN_API void sleep_ms(unsigned milliseconds) noexcept;
-
-/// Where Timestamp and GenRandomValue get their values. Tests of expiry and of failing hardware replace them; a server
-/// leaves them alone.
-struct Sources {
-  std::int64_t (*clock)() noexcept;                        ///< seconds since 1970-01-01 00:00:00 UTC
-  bool (*random)(byte_t* buffer, unsigned count) noexcept; ///< fills `count` bytes; false when it cannot
-};
-
-/// Replaces both sources (a null member restores the system's own). Thread-safe.
-TN_API void SetSources(const Sources& sources) noexcept;
 
 } // namespace Tarn

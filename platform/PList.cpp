@@ -110,9 +110,10 @@ bool PListDict::GetData(const std::string& key, PListData*& item) const {
     item = data;
     return true;
   }
-  static PListData dictionary(IT_DICT, "");
-  static PListData array(IT_ARRAY, "");
-  item = found->second->HasType(IT_ARRAY) ? &array : &dictionary;
+  // Made anew for each call: what a caller wrote into it is nobody else's to read.
+  thread_local PListData stand_in;
+  stand_in = PListData(found->second->GetType(), "");
+  item = &stand_in;
   return true;
 }
 

@@ -1,7 +1,7 @@
 #include "TN_util.h"
 
 #include <array>
-#include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <ctime>
 
@@ -15,29 +15,13 @@ namespace Tarn {
 
 namespace {
 
-std::int64_t SystemClock() noexcept {
-  return std::time(nullptr);
-}
-
-bool SystemRandom(byte_t* buffer, unsigned count) noexcept {
-  return RAND_bytes(buffer, static_cast<int>(count)) == 1;
-}
-
-std::atomic<std::int64_t (*)() noexcept> s_clock{&SystemClock};
-std::atomic<bool (*)(byte_t*, unsigned) noexcept> s_random{&SystemRandom};
-
 template <unsigned SIZE> void FillRandom(Identifier<SIZE>& id) noexcept {
   byte_t value[SIZE];
-  TN_REQUIRE(s_random.load(std::memory_order_acquire)(value, SIZE), "the random source works");
+  TN_REQUIRE(RAND_bytes(value, SIZE) == 1, "the random source works");
   id.Set(value);
 }
 
 } // namespace
-
-void SetSources(const Sources& sources) noexcept {
-  s_clock.store(sources.clock != nullptr ? sources.clock : &SystemClock, std::memory_order_release);
-  s_random.store(sources.random != nullptr ? sources.random : &SystemRandom, std::memory_order_release);
-}
 
 void GenRandomValue(UUID& id) noexcept {
   FillRandom(id);
@@ -47,7 +31,7 @@ void GenRandomValue(SymmetricKey& key) noexcept {
   FillRandom(key);
 }
 
-Timestamp::Timestamp() noexcept : m_Seconds(s_clock.load(std::memory_order_acquire)()) {}
+Timestamp::Timestamp() noexcept : m_Seconds(std::time(nullptr)) {}
 
 char* Timestamp::EncodeString(char* buffer, unsigned length) const noexcept {
   if (length == 0) {
@@ -73,9 +57,9 @@ bool PathIsFile(const std::string& path) {
 }
 
 void sleep_ms(unsigned milliseconds) noexcept {
-  const std::timespec pause{static_cast<std::time_t>(milliseconds / 1000),
-                            static_cast<long>(milliseconds % 1000) * 1000000L};
-  nanosleep(&pause, nullptr);
+  std::timespec rest{static_cast<std::time_t>(milliseconds / 1000), static_cast<long>(milliseconds % 1000) * 1000000L};
+  while (nanosleep(&rest, &rest) != 0 && errno == EINTR) { // a signal must not shorten the wait for a lock
+  }
 }
 
 ByteString::ByteString(unsigned capacity) {

@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include <openssl/crypto.h>
+
 namespace Tarn {
 
 namespace {
@@ -158,9 +160,14 @@ int base64decode(const char* text, byte_t* buffer, unsigned capacity, unsigned* 
   return 0;
 }
 
+bool EqualConstantTime(const byte_t* left, const byte_t* right, std::size_t count) noexcept {
+  return CRYPTO_memcmp(left, right, count) == 0;
+}
+
 IArchive::~IArchive() = default;
 
 bool UUID::DecodeHex(const char* text) noexcept {
+  *this = UUID();
   byte_t value[UUID_Length];
   for (unsigned i = 0; i < UUID_Length; ++i) {
     if (HyphenBeforeByte(i) && *text++ != '-') {

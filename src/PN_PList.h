@@ -1,11 +1,9 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <list>
 #include <map>
 #include <memory>
-#include <memory_resource>
 #include <string>
 #include <utility>
 
@@ -100,7 +98,7 @@ class PListArray;
 /// A dictionary from text keys to owned items; a key occurs at most once.
 class TN_API PListDict : public PListItem {
 public:
-  using Map = std::pmr::map<std::string, PListItem*>;
+  using Map = std::map<std::string, PListItem*>;
 
   PListDict() : PListItem(IT_DICT) {}
   /// A deep copy.
@@ -111,7 +109,8 @@ public:
   /// The scalar under `key`; a shared empty one when the key is absent or holds a container.
   const PListData& GetData(const std::string& key) const;
   /// True when `key` is present. `item` is then its scalar, the dictionary's own; for a container `item` becomes a
-  /// shared, read-only stand-in that reports the container's kind, so that a caller can refuse it by name.
+  /// stand-in of the calling thread that reports the container's kind, so that a caller can refuse it by name. It lasts
+  /// until the thread's next such call.
   bool GetData(const std::string& key, PListData*& item) const;
   /// True, with `array` set to the dictionary's own, only when `key` holds an array.
   bool GetArray(const std::string& key, PListArray*& array) const;
@@ -142,13 +141,7 @@ private:
   void SetScalar(const std::string& key, ItemType_t type, const std::string& text);
   const PListItem* Find(const std::string& key) const;
 
-  // The first entries, as many as a filter's row has, stand in the dictionary itself: they cost no allocation of their
-  // own. Memory of an entry is given back with the dictionary, since entries are replaced but never removed.
-  static constexpr std::size_t EntryBytes = sizeof(Map::value_type) + 4 * sizeof(void*); // a node of the map
-  static constexpr std::size_t InlineEntries = 4;
-  alignas(Map::value_type) std::byte m_inline[InlineEntries * EntryBytes];
-  std::pmr::monotonic_buffer_resource m_memory{m_inline, sizeof(m_inline)};
-  Map m_items{&m_memory};
+  Map m_items;
 };
 
 /// An ordered sequence of owned items, walked and extended as the list that it is. Whoever removes an element through

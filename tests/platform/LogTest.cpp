@@ -3,6 +3,7 @@
 #include "Helpers.h"
 #include "PN_error.h"
 #include "TN_util.h"
+#include "support/HostileMachine.h"
 
 using Testing::Lines;
 
@@ -41,7 +42,7 @@ TEST(Log, LinesReachTheSinkInstalledLastWithTheirLevel) {
 }
 
 TEST(Log, BuiltInSinkStampsAndEscapesLinesAndLeavesDebugOutUnlessAskedFor) {
-  Tarn::SetSources({[]() noexcept -> std::int64_t { return 1709251199; }, nullptr});
+  Testing::SetClock([]() noexcept -> std::int64_t { return 1709251199; });
   testing::internal::CaptureStderr();
   Tarn::DefaultLogSink().Error("user \"%s\"\n", "x\n2024 \x1b[2J\t\r\x7f\xc3\xa9");
   Tarn::DefaultLogSink().Debug("left out\n");
@@ -49,7 +50,7 @@ TEST(Log, BuiltInSinkStampsAndEscapesLinesAndLeavesDebugOutUnlessAskedFor) {
   Tarn::DefaultLogSink().Debug("no line end");
   Tarn::SetDefaultLogDebug(false);
   Tarn::DefaultLogSink().Debug("left out\n");
-  Tarn::SetSources({nullptr, nullptr});
+  Testing::SetClock(nullptr);
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "2024-02-29T23:59:59+00:00 ERROR user \"x\\x0a2024 \\x1b[2J\\x09\\x0d\\x7f\\xc3\\xa9\"\n"
             "2024-02-29T23:59:59+00:00 DEBUG no line end\n");

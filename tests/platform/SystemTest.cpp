@@ -8,14 +8,15 @@
 #include "TN_memio.h"
 #include "TN_mutex.h"
 #include "TN_util.h"
+#include "support/HostileMachine.h"
 
 static std::int64_t s_now = 0;
 
 TEST(Timestamps, HoldTheTimeOfTheirConstructionAndEncodeItInUtc) {
-  Tarn::SetSources({[]() noexcept { return s_now++; }, nullptr});
+  Testing::SetClock([]() noexcept { return s_now++; });
   const Tarn::Timestamp first;
   EXPECT_EQ(Tarn::Timestamp().GetCTime() - first.GetCTime(), 1);
-  Tarn::SetSources({nullptr, nullptr});
+  Testing::SetClock(nullptr);
   const std::int64_t before = std::time(nullptr);
   EXPECT_GE(Tarn::Timestamp().GetCTime(), before) << "null restores the system's clock";
   EXPECT_LE(Tarn::Timestamp().GetCTime(), std::time(nullptr));
@@ -79,7 +80,7 @@ TEST(RandomValues, OfSeveralThreadsDifferAndAFailingSourceEndsTheProcess) {
   }
   Tarn::UUID id;
   Tarn::SymmetricKey key;
-  Tarn::SetSources({nullptr, [](Tarn::byte_t*, unsigned) noexcept { return false; }});
+  Testing::SetRandom([](Tarn::byte_t*, unsigned) noexcept { return false; });
   EXPECT_DEATH(Tarn::GenRandomValue(id), "fatal: the random source works \\(.*:[0-9]+\\)");
   EXPECT_DEATH(Tarn::GenRandomValue(key), "fatal: the random source works");
 }

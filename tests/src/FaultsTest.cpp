@@ -242,6 +242,9 @@ private:
 } // namespace
 
 TEST_F(FailingAllocations, NeverTurnADenyIntoAnAllowNorOneUserIntoAnother) {
+  if (!FailingMemory::Available()) {
+    GTEST_SKIP() << "a sanitizer brings its own allocations";
+  }
   CreateSeeded(file);
   const std::string utf16 = place.File("utf16.db"); // its texts are converted, which allocates more
   for (const std::string& name : {file, utf16}) {
@@ -254,26 +257,27 @@ TEST_F(FailingAllocations, NeverTurnADenyIntoAnAllowNorOneUserIntoAnother) {
       }
     }
     bare.Run(Seed);
-    bare.Run(
-        "INSERT INTO filters VALUES('GET', 'g', 'x', 'Allow'), ('GET', 'g', '^/x', 'Deny'), ('PUT', 'g', '/', 'Deny')");
+    // Without anchors: what fails while the C library duplicates a node for one, it frees twice.
+    bare.Run("INSERT INTO filters VALUES('GET', 'g', 'x', 'Allow'), ('GET', 'g', 'x', 'other'),"
+             "('GET', 'g', '[/][x][y]*[y]*[y]*', 'Deny'), ('PUT', 'g', '/', 'Deny'), ('PUT', 'g', '/', 'Allow')");
     UserManager manager;
     Open(manager, name);
     const auto expect = [&name](bool healthy, const std::string& what, const std::function<bool()>& question) {
       bool came_up = true;
       int count = 0;
-      while (came_up) {
+      for (; came_up; ++count) {
         bool answer = false;
-        FailingMemory::FailAt(++count);
+        FailingMemory::FailAt(count + 1);
         try {
           answer = question();
         } catch (const std::bad_alloc&) { // as good as a no
         }
-        came_up = FailingMemory::Failed();
         FailingMemory::FailAt(0);
-        ASSERT_TRUE(healthy || !answer) << what << ", allocation " << count << ", " << name;
+        came_up = FailingMemory::Failed();
+        ASSERT_TRUE(healthy || !answer) << what << ", allocation " << count + 1 << ", " << name;
         ASSERT_TRUE(came_up || answer == healthy) << what << ", no allocation failed, " << name;
       }
-      EXPECT_GT(count, 10) << what;
+      EXPECT_GT(count, 50) << what;
     };
     const Perenna::HTTPRequest get(Perenna::METH_GET, "/");
     const Perenna::HTTPRequest denied(Perenna::METH_GET, "/x");
@@ -281,6 +285,10 @@ TEST_F(FailingAllocations, NeverTurnADenyIntoAnAllowNorOneUserIntoAnother) {
     expect(true, "allowed", [&] { return manager.TestRequestForUser(get, "root"); });
     expect(false, "denied", [&] { return manager.TestRequestForUser(denied, "root"); });
     expect(false, "never allowed", [&] { return manager.TestRequestForUser(never_allowed, "root"); });
+    expect(false, "listed", [&] {
+      Perenna::PListArray methods;
+      return manager.GetOptionsMethods(denied, "root", methods) && !methods.empty();
+    });
     expect(true, "right password", [&] { return manager.TestUserIdAndPassword(get, "root", "root"); });
     expect(false, "wrong password", [&] { return manager.TestUserIdAndPassword(get, "root", ""); });
     expect(false, "unknown user", [&] { return manager.TestUserIdAndPassword(get, "nobody", ""); });

@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 
+#include "support/HostileMachine.h"
 #include "support/Support.h"
 
 using namespace Testing;
@@ -20,11 +21,8 @@ std::atomic<Tarn::byte_t> s_random{0};
 
 class SelfAccess : public ::testing::Test {
 protected:
-  SelfAccess() { UseRandom(nullptr); }
-  ~SelfAccess() override { Tarn::SetSources({nullptr, nullptr}); }
-
-  static void UseRandom(bool (*random)(Tarn::byte_t*, unsigned) noexcept) {
-    Tarn::SetSources({[]() noexcept { return s_now.load(); }, random});
+  SelfAccess() {
+    SetClock([]() noexcept { return s_now.load(); });
   }
   Tarn::UUID KeyAt(std::int64_t second) {
     s_now = second;
@@ -63,7 +61,7 @@ TEST_F(SelfAccess, EveryResolveDropsExpiredKeysAndKeepsTheOthers) {
 }
 
 TEST_F(SelfAccess, KeysAreComparedByTheirBytesAndEqualOnesConsumedTogether) {
-  UseRandom([](Tarn::byte_t* buffer, unsigned count) noexcept {
+  SetRandom([](Tarn::byte_t* buffer, unsigned count) noexcept {
     std::fill_n(buffer, count, s_random.load());
     return true;
   });

@@ -1,6 +1,7 @@
 // Users: creation with its credential, existence, deletion.
 
 #include "support/AccessDirectory.h"
+#include "support/HostileMachine.h"
 
 using namespace Testing;
 using namespace std::string_literals;
@@ -49,7 +50,7 @@ TEST_F(Users, ACreationThatIsRefusedSaysWhyAndStoresNothing) {
 }
 
 TEST_F(Users, ACreationStoresItsCredentialDateAndCreatorAndNothingElseOfTheRequest) {
-  Tarn::SetSources({[]() noexcept { return std::int64_t{1'769'860'800}; }, nullptr});
+  SetClock([]() noexcept { return std::int64_t{1'769'860'800}; });
   const std::string forged = " create_user=root auth_method=plain_pw auth_value=known create_date=never is_admin=true";
   for (const std::string fields : {"user_id=both password=p certificate=junk", "user_id=password password=p",
                                    "user_id=thumbprint certificate=AAECAwQFBgcICQoLDA0ODxAREhM=",

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <ctime>
 #include <fstream>
 #include <stdexcept>
 #include <system_error>
@@ -10,6 +11,7 @@
 #include <sched.h>
 #include <sqlite3.h>
 #include <sys/mount.h>
+#include <sys/random.h>
 #include <unistd.h>
 
 namespace Testing {
@@ -39,19 +41,67 @@ bool EnterOwnMounts() {
   return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
-sqlite3_mem_methods s_memory{};
-std::atomic<int> s_fail_at{0}; // counts down; 0: no failure is wanted any more
-std::atomic<bool> s_failed{false};
+thread_local int s_fail_at = 0; // counts down; 0: no failure is wanted any more
+thread_local bool s_failed = false;
 
-bool FailsNow() {
-  if (s_fail_at.load() > 0 && s_fail_at.fetch_sub(1) == 1) {
-    s_failed = true;
-    return true;
-  }
-  return false;
-}
+std::atomic<std::int64_t (*)() noexcept> s_clock{nullptr};
+std::atomic<bool (*)(unsigned char*, unsigned) noexcept> s_random{nullptr};
 
 } // namespace
+
+} // namespace Testing
+
+using namespace Testing;
+
+// The libraries find these functions of the executable before those of the C library and of OpenSSL.
+extern "C" {
+
+std::time_t time(std::time_t* result) noexcept {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  const auto clock = s_clock.load();
+  const std::time_t seconds = clock == nullptr ? now.tv_sec : clock();
+  result == nullptr ? void() : void(*result = seconds);
+  return seconds;
+}
+
+int RAND_bytes(unsigned char* buffer, int count) {
+  if (const auto random = s_random.load()) {
+    return random(buffer, static_cast<unsigned>(count)) ? 1 : 0;
+  }
+  return getrandom(buffer, static_cast<std::size_t>(count), 0) == count ? 1 : 0;
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#define PERENNA_TEST_FAILING_MEMORY
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the C library's names for its own
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* block, std::size_t size);
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+
+static bool FailsNow() noexcept {
+  if (s_fail_at == 0 || --s_fail_at > 0) {
+    return false;
+  }
+  s_failed = true;
+  errno = ENOMEM;
+  return true;
+}
+void* malloc(std::size_t size) noexcept {
+  return FailsNow() ? nullptr : __libc_malloc(size);
+}
+void* calloc(std::size_t count, std::size_t size) noexcept {
+  return FailsNow() ? nullptr : __libc_calloc(count, size);
+}
+void* realloc(void* block, std::size_t size) noexcept {
+  return FailsNow() ? nullptr : __libc_realloc(block, size);
+}
+#endif
+
+} // extern "C"
+
+namespace Testing {
 
 SmallDisk::SmallDisk(std::string directory, unsigned kibibytes) : m_Directory(std::move(directory)) {
   const std::string options = "size=" + std::to_string(kibibytes) + "k";
@@ -73,28 +123,35 @@ bool SmallDisk::MakeReadOnly() {
 }
 
 FailingMemory::FailingMemory() {
-  sqlite3_shutdown();
-  sqlite3_mem_methods failing{};
-  if (sqlite3_config(SQLITE_CONFIG_GETMALLOC, &s_memory) != SQLITE_OK) {
-    throw std::runtime_error("SQLite is in use already");
-  }
-  failing = s_memory;
-  failing.xMalloc = [](int size) { return FailsNow() ? nullptr : s_memory.xMalloc(size); };
-  failing.xRealloc = [](void* block, int size) { return FailsNow() ? nullptr : s_memory.xRealloc(block, size); };
   // Without the lookaside pool, which would keep most small allocations from failing.
-  if (sqlite3_config(SQLITE_CONFIG_MALLOC, &failing) != SQLITE_OK ||
-      sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 0, 0) != SQLITE_OK || sqlite3_initialize() != SQLITE_OK) {
-    throw std::runtime_error("SQLite does not take the memory functions");
+  if (sqlite3_shutdown() != SQLITE_OK || sqlite3_config(SQLITE_CONFIG_LOOKASIDE, 0, 0) != SQLITE_OK) {
+    throw std::runtime_error("SQLite is in use already");
   }
 }
 
+bool FailingMemory::Available() {
+#ifdef PERENNA_TEST_FAILING_MEMORY
+  return true;
+#else
+  return false;
+#endif
+}
+
 void FailingMemory::FailAt(int count) {
-  s_failed = false;
+  s_failed = count == 0 && s_failed;
   s_fail_at = count;
 }
 
 bool FailingMemory::Failed() {
   return s_failed;
+}
+
+void SetClock(std::int64_t (*clock)() noexcept) {
+  s_clock = clock;
+}
+
+void SetRandom(bool (*random)(unsigned char* buffer, unsigned count) noexcept) {
+  s_random = random;
 }
 
 } // namespace Testing

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 namespace Testing {
@@ -22,15 +23,23 @@ private:
   std::string m_Refusal;
 };
 
-/// Lets one of SQLite's allocations fail. Created before SQLite is used in the process.
+/// Lets one allocation of the calling thread fail, whoever asks for it: the module, SQLite or the C library. Created
+/// before SQLite is used in the process.
 class FailingMemory {
 public:
   FailingMemory();
 
+  /// Whether allocations can be made to fail: under a sanitizer they are its own.
+  static bool Available();
   /// The `count`th allocation from here on fails, once; 0: none does.
   static void FailAt(int count);
   /// Whether that allocation came up.
   static bool Failed();
 };
+
+/// What the process's clock tells, in seconds since 1970-01-01 00:00:00 UTC, and what its random source fills `count`
+/// bytes with, or false; null restores the system's own.
+void SetClock(std::int64_t (*clock)() noexcept);
+void SetRandom(bool (*random)(unsigned char* buffer, unsigned count) noexcept);
 
 } // namespace Testing
