@@ -1,0 +1,38 @@
+#include "host/RequestHandler.h"
+
+#include <chrono>
+
+#include <sys/stat.h>
+
+namespace Host {
+
+RequestHandler::RequestHandler(const HandlerContext& context)
+    : m_Decisions(context.decisions), m_AccessLog(context.access_log),
+      m_Judge(context.decisions), m_Endpoints{context.configuration,
+                                              context.origins,
+                                              context.target_form,
+                                              context.decisions,
+                                              m_Judge,
+                                              context.metrics,
+                                              context.metrics.ForThread(),
+                                              context.decision_log,
+                                              context.measure} {}
+
+Response RequestHandler::Handle(const Request& request) {
+  using std::chrono::steady_clock;
+  const auto begin = m_AccessLog.File().TakesLines() ? steady_clock::now() : steady_clock::time_point();
+  Response response = AnswerRequest(m_Endpoints, request);
+  if (m_AccessLog.File().TakesLines()) {
+    m_AccessLog.Write(request, response,
+                      std::chrono::duration_cast<std::chrono::microseconds>(steady_clock::now() - begin));
+  }
+  return response;
+}
+
+void RequestHandler::OnTick() {
+  // Nobody may ask for hours, and the supervisor is to start the process anew all the same.
+  struct stat status {};
+  static_cast<void>(m_Decisions.file.Look(status));
+}
+
+} // namespace Host

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <functional>
+
+#include "host/caller/Origin.h"
+#include "host/decision/Judge.h"
+#include "host/endpoint/Endpoints.h"
+#include "host/http/Handler.h"
+#include "host/log/AccessLog.h"
+
+namespace Host {
+
+/// What the handlers of all threads share; outlives them.
+struct HandlerContext {
+  const Configuration& configuration;
+  const OriginReader& origins;
+  const TargetForm& target_form;
+  DecisionContext& decisions;
+  Metrics& metrics;
+  DecisionLog& decision_log;
+  AccessLog& access_log;
+  std::function<Metrics::Gauges()> measure;
+};
+
+/// Answers the requests of one thread: its own judge and counters behind the table of endpoints.
+class RequestHandler : public Handler {
+public:
+  /// Throws `AccessDirectory::Failure` when the directory cannot be opened.
+  explicit RequestHandler(const HandlerContext& context);
+
+  Body OnHead(const Request& /*request*/) override { return Body::Ignore; }
+  std::size_t BodyLimit(const Request& /*request*/) override { return 0; }
+  void BeginGroup() override { m_Judge.BeginGroup(); }
+  Response Handle(const Request& request) override;
+  void OnRefused(unsigned status, const Peer& peer) override { m_AccessLog.WriteRefused(status, peer); }
+  void OnTick() override;
+
+private:
+  DecisionContext& m_Decisions;
+  AccessLog& m_AccessLog;
+  Judge m_Judge;
+  EndpointContext m_Endpoints;
+};
+
+} // namespace Host
