@@ -135,6 +135,8 @@ TEST_F(Judging, KeepsAnswersUntilSomethingIsCommitted) {
   EXPECT_EQ(ask("ben:b"), "refused cached") << "one look serves a group";
   m_IsInGroup = false;
   EXPECT_EQ(ask("ben:b"), "allowed");
+  Run("UPDATE filters SET filter = '^/art' WHERE filter = '^/articles(/|$)'");
+  EXPECT_EQ(Ask("GET /articles", "ben:b").judgement->decider->filter, "^/art");
   Run("DELETE FROM users WHERE user_id = 'ben'");
   EXPECT_EQ(ask("ben:b"), "unauthenticated");
   for (int i = 0; i < 1000; ++i) { // ten times the capacity
