@@ -7,10 +7,11 @@ namespace Tool {
 
 /// What the process tells its caller.
 enum class ExitStatus : int {
-  Done = 0,    ///< done, or allowed
-  Refused = 1, ///< refused, not found, taken, or findings to look at
-  Usage = 2,   ///< wrong usage or input
-  Failed = 3   ///< the database or the system failed
+  Done = 0,         ///< done, or allowed
+  Refused = 1,      ///< refused, not found, taken, or findings to look at
+  Usage = 2,        ///< wrong usage or input
+  Failed = 3,       ///< the database or the system failed
+  Interrupted = 130 ///< by Ctrl-C at a prompt, as a shell has it: 128 + SIGINT
 };
 
 inline ExitStatus StatusOf(const Failure& failure) noexcept {

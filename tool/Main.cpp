@@ -9,6 +9,8 @@
 #include "directory/Failure.h"
 #include "directory/Log.h"
 #include "tool/cli/Arguments.h"
+#include "tool/cli/CommandTree.h"
+#include "tool/cli/ErrorReport.h"
 #include "tool/cli/Help.h"
 #include "tool/cli/Suggestion.h"
 #include "tool/command/Commands.h"
@@ -24,14 +26,26 @@ constexpr const char* Description =
     "otherwise it is refused.";
 
 constexpr const char* Footer = "Exit status:\n"
-                               "  0  done, or allowed\n"
-                               "  1  refused, not found, taken, or findings to look at\n"
-                               "  2  wrong usage or input\n"
-                               "  3  the database or the system failed\n"
+                               "  0    done, or allowed\n"
+                               "  1    refused, not found, taken, or findings to look at\n"
+                               "  2    wrong usage or input\n"
+                               "  3    the database or the system failed\n"
+                               "  130  interrupted at a prompt\n"
                                "\n"
                                "Environment:\n"
                                "  PERENNA_ACCESS_DATABASE  the database, unless --database or --config names it\n"
-                               "  NO_COLOR                 no colours, unless it is empty";
+                               "  NO_COLOR                 no colours, unless it is empty or --color says otherwise\n"
+                               "  TERM                     no colours where it is \"dumb\"\n"
+                               "\n"
+                               "Files:\n"
+                               "  FILE                the database, an SQLite file\n"
+                               "  FILE-wal, FILE-shm  beside it while a tuned one is open: they hold what was changed "
+                               "last\n"
+                               "\n"
+                               "See also:\n"
+                               "  regex(7)    how a pattern is written\n"
+                               "  openssl(1)  certificates and their thumbprints\n"
+                               "  sqlite3(1)  the database file";
 
 void Describe(CLI::App& app) {
   app.name("perenna-access");
@@ -43,39 +57,56 @@ void Describe(CLI::App& app) {
   app.fallthrough();
 }
 
-/// Runs what the command line asks for. Errors of usage are explained on standard error.
-Tool::ExitStatus Run(int argc, char** argv) {
-  CLI::App app;
-  Tool::Context context;
-  Describe(app);
-  context.AddGlobalOptions(app);
-  Tool::AddInitCommand(app, context);
-  Tool::AddUserCommands(app, context);
-  Tool::AddGroupCommands(app, context);
-  Tool::AddFilterCommands(app, context);
-  Tool::AddCheckCommands(app, context);
-  Tool::AddLintCommand(app, context);
-  Tool::AddTuneCommand(app, context);
-  Tool::AddExportCommand(app, context);
-  Tool::AddImportCommand(app, context);
-  Tool::AddCompletionCommands(app, context);
-  Tool::AddHelpCommand(app, context);
-  Tool::AddManualCommand(app, context);
-  app.footer(Footer); // the subcommands have their own
-  Tool::TakeLiterally(app);
-  const std::vector<std::string> arguments(argv + 1, argv + argc);
-  try {
-    app.parse(Tool::ArgumentsToParse(arguments));
-  } catch (const CLI::Success& asked_for_help) {
-    app.exit(asked_for_help);
-    return Tool::ExitStatus::Done;
-  } catch (const CLI::ParseError& error) {
-    std::cerr << Tool::Explain(app, error, arguments);
-    return Tool::ExitStatus::Usage;
+/// The whole program: the command line as the parser knows it, and what the commands share.
+class Program {
+public:
+  Program() {
+    Describe(m_App);
+    m_Context.AddGlobalOptions(m_App);
+    Tool::AddInitCommand(m_App, m_Context);
+    Tool::AddUserCommands(m_App, m_Context);
+    Tool::AddGroupCommands(m_App, m_Context);
+    Tool::AddFilterCommands(m_App, m_Context);
+    Tool::AddCheckCommands(m_App, m_Context);
+    Tool::AddLintCommand(m_App, m_Context);
+    Tool::AddTuneCommand(m_App, m_Context);
+    Tool::AddExportCommand(m_App, m_Context);
+    Tool::AddImportCommand(m_App, m_Context);
+    Tool::AddCompletionCommands(m_App, m_Context);
+    Tool::AddManualCommand(m_App, m_Context);
+    Tool::AddHelpCommand(m_App, m_Context);
+    m_App.footer(Footer); // the subcommands have their own
+    Tool::TakeLiterally(m_App);
   }
-  AccessDirectory::TheLog().SetVerbose(context.IsVerbose());
-  return context.Run();
-}
+
+  /// Runs what the command line asks for. Errors of usage are explained on standard error.
+  Tool::ExitStatus Run(const std::vector<std::string>& arguments) {
+    try {
+      m_App.parse(Tool::ArgumentsToParse(arguments));
+    } catch (const CLI::Success& asked_for_help) {
+      m_App.exit(asked_for_help);
+      return Tool::ExitStatus::Done;
+    } catch (const CLI::ParseError& error) {
+      if (Tool::IsGiven(m_App, arguments, "--json")) {
+        m_Errors = Tool::ErrorForm::Json;
+      }
+      Report(Tool::ExitStatus::Usage, Tool::Explain(m_App, error, arguments));
+      return Tool::ExitStatus::Usage;
+    }
+    m_Errors = m_Context.Errors();
+    AccessDirectory::TheLog().SetVerbose(m_Context.IsVerbose());
+    return m_Context.Run();
+  }
+
+  void Report(Tool::ExitStatus status, const std::string& message) const {
+    Tool::ReportError(m_Errors, status, message);
+  }
+
+private:
+  CLI::App m_App;
+  Tool::Context m_Context;
+  Tool::ErrorForm m_Errors = Tool::ErrorForm::Text;
+};
 
 /// Whether standard output leads to a pipe or socket that nobody reads any more.
 bool ReaderIsGone() {
@@ -85,19 +116,42 @@ bool ReaderIsGone() {
 
 /// Runs the command and writes all of its output. A reader that has gone away wants no explanation; a full disk needs
 /// one. In both cases nothing was answered, so the status is none that an answer has.
-Tool::ExitStatus RunAndFlush(int argc, char** argv) {
+Tool::ExitStatus RunAndFlush(Program& program, const std::vector<std::string>& arguments) {
   std::cout.exceptions(std::ios::badbit);
   try {
-    const Tool::ExitStatus status = Run(argc, argv);
+    const Tool::ExitStatus status = program.Run(arguments);
     std::cout.flush();
     return status;
   } catch (const std::ios_base::failure&) {
     std::cout.exceptions(std::ios::goodbit);
     if (!ReaderIsGone()) {
-      std::cerr << "perenna-access: the output could not be written\n";
+      program.Report(Tool::ExitStatus::Failed, "the output could not be written");
     }
     return Tool::ExitStatus::Failed;
   }
+}
+
+/// The same; whatever ends it early is reported.
+Tool::ExitStatus RunToAnEnd(Program& program, const std::vector<std::string>& arguments) {
+  Tool::ExitStatus status = Tool::ExitStatus::Failed;
+  std::string message;
+  try {
+    return RunAndFlush(program, arguments);
+  } catch (const Tool::Cancelled&) {
+    status = Tool::ExitStatus::Interrupted;
+    message = "cancelled";
+  } catch (const AccessDirectory::Failure& failure) {
+    status = Tool::StatusOf(failure);
+    message = failure.what();
+  } catch (const std::bad_alloc&) {
+    message = "memory ran out";
+  } catch (const std::exception& error) {
+    message = error.what();
+  }
+  std::cout.exceptions(std::ios::goodbit);
+  std::cout.flush(); // what was done before the failure comes first
+  program.Report(status, message);
+  return status;
 }
 
 } // namespace
@@ -109,14 +163,8 @@ int main(int argc, char** argv) {
     Tool::RemoveUnfinishedFilesOnSignals();
     std::ios::sync_with_stdio(false);
     AccessDirectory::TheLog();
-    status = RunAndFlush(argc, argv);
-  } catch (const AccessDirectory::Failure& failure) {
-    std::cout.exceptions(std::ios::goodbit);
-    std::cout.flush(); // what was done before the failure comes first
-    std::cerr << "perenna-access: " << failure.what() << '\n';
-    status = Tool::StatusOf(failure);
-  } catch (const std::bad_alloc&) {
-    std::cerr << "perenna-access: memory ran out\n";
+    Program program;
+    status = RunToAnEnd(program, {argv + 1, argv + argc});
   } catch (const std::exception& error) {
     std::cerr << "perenna-access: " << error.what() << '\n';
   }

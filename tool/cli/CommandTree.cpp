@@ -188,4 +188,9 @@ Followed Follow(const CLI::App& root, const std::vector<std::string>& words,
   return followed;
 }
 
+bool IsGiven(const CLI::App& root, const std::vector<std::string>& words, const std::string& name) {
+  const Followed followed = Follow(root, words);
+  return std::find(followed.given.begin(), followed.given.end(), FindOption(root, name)) != followed.given.end();
+}
+
 } // namespace Tool

@@ -64,6 +64,9 @@ struct Followed {
 Followed Follow(const CLI::App& root, const std::vector<std::string>& words,
                 const std::function<void(const CLI::Option&, const std::string&)>& take = nullptr);
 
+/// Whether the words hold the option called `name`, although they may be wrong in other respects.
+bool IsGiven(const CLI::App& root, const std::vector<std::string>& words, const std::string& name);
+
 /// The option called `name` of the command or of one above it; null for none.
 const CLI::Option* FindOption(const CLI::App& command, const std::string& name);
 

@@ -8,6 +8,7 @@
 
 #include "LocalAccessManager.h"
 #include "tool/cli/Validators.h"
+#include "tool/terminal/Table.h"
 
 namespace Tool {
 
@@ -15,19 +16,28 @@ namespace {
 
 constexpr const char* DatabaseVariable = "PERENNA_ACCESS_DATABASE";
 
-std::string DatabaseOfConfiguration(const std::string& file) {
+std::unique_ptr<Perenna::PListItem> ReadConfiguration(const std::string& file) {
   std::ifstream in(file, std::ios::binary);
   const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
   if (!in) {
     throw Failure(Failure::Kind::Input, "--config: cannot read " + Quoted(file));
   }
-  const std::unique_ptr<Perenna::PListItem> root(Perenna::PListItem::CreateFromJSON(text));
-  const auto* const configuration = dynamic_cast<const Perenna::PListDict*>(root.get());
-  if (configuration == nullptr) {
+  std::unique_ptr<Perenna::PListItem> root(Perenna::PListItem::CreateFromJSON(text));
+  if (dynamic_cast<const Perenna::PListDict*>(root.get()) == nullptr) {
     throw Failure(Failure::Kind::Input, "--config: " + Quoted(file) + " is not a JSON object");
   }
+  return root;
+}
+
+/// The text under "section" / "key" of a configuration; empty for none.
+std::string Configured(const std::string& file, const std::string& section, const std::string& key) {
+  const auto root = ReadConfiguration(file);
+  return dynamic_cast<const Perenna::PListDict&>(*root).GetDict(section).GetData(key).GetValue();
+}
+
+std::string DatabaseOfConfiguration(const std::string& file) {
   namespace Keys = LocalAccessManager::Strings;
-  std::string name = configuration->GetDict(Keys::LocalAccessManager).GetData(Keys::DatabaseFilename).GetValue();
+  std::string name = Configured(file, Keys::LocalAccessManager, Keys::DatabaseFilename);
   if (name.empty()) {
     throw Failure(Failure::Kind::Input, "--config: " + Quoted(file) + " names no database: it has no text under \"" +
                                             Keys::LocalAccessManager + "\" / \"" + Keys::DatabaseFilename + "\"");
@@ -48,6 +58,11 @@ void Context::AddGlobalOptions(CLI::App& app) {
       ->excludes(database);
   app.add_flag("--json", m_Json, "Print JSON for programs instead of text for people");
   app.add_flag("--verbose", m_Verbose, "Print the library's log lines to standard error");
+  app.add_option("--color", m_Color, "Colours: always, never, or auto for a terminal that shows them")
+      ->type_name("WHEN")
+      ->check(CLI::IsMember(std::vector<std::string>{"auto", "always", "never"}))
+      ->capture_default_str();
+  app.add_flag("--wide", m_Wide, "Print tables whole, not cut to the width of the terminal");
 }
 
 std::string Context::DatabaseFile() const {
@@ -65,6 +80,11 @@ std::string Context::DatabaseFile() const {
   return named;
 }
 
+std::string Context::Administrators() const {
+  const std::string configured = m_Config.empty() ? std::string() : Configured(m_Config, "Host", "Administrators");
+  return configured.empty() ? "administrators" : configured;
+}
+
 std::vector<std::string> Context::DatabaseArguments() const {
   if (!m_Database.empty()) {
     return {"--database=" + m_Database};
@@ -74,6 +94,14 @@ std::vector<std::string> Context::DatabaseArguments() const {
 
 void Context::OnRun(CLI::App& command, Action action) {
   command.callback([this, action = std::move(action)] { m_Action = action; });
+}
+
+ExitStatus Context::Run() const {
+  SetTableStyle({m_Color == "always"  ? ColourUse::Always
+                 : m_Color == "never" ? ColourUse::Never
+                                      : ColourUse::Auto,
+                 m_Wide});
+  return m_Action();
 }
 
 void Context::Report(const std::string& text, const Json& json) const {

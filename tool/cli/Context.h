@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tool/cli/ErrorReport.h"
 #include "tool/ExitStatus.h"
 #include "directory/Text.h"
 #include "tool/DirectoryNames.h"
@@ -24,13 +25,18 @@ public:
   /// The arguments that lead another run of the tool to the same database; none where the environment does.
   std::vector<std::string> DatabaseArguments() const;
 
+  /// The group whose members administer the host: "Administrators" of the configuration's section "Host", else
+  /// "administrators". Throws `Failure`.
+  std::string Administrators() const;
+
   bool WantsJson() const noexcept { return m_Json; }
+  ErrorForm Errors() const noexcept { return m_Json ? ErrorForm::Json : ErrorForm::Text; }
   bool IsVerbose() const noexcept { return m_Verbose; }
 
   using Action = std::function<ExitStatus()>;
   /// Makes `action` what runs when the command line names `command`.
   void OnRun(CLI::App& command, Action action);
-  ExitStatus Run() const { return m_Action(); }
+  ExitStatus Run() const;
 
   /// Reports what was done: `text` as a sentence, or `json`.
   void Report(const std::string& text, const Json& json) const;
@@ -40,6 +46,8 @@ private:
   std::string m_Config;
   bool m_Json = false;
   bool m_Verbose = false;
+  std::string m_Color = "auto";
+  bool m_Wide = false;
   Action m_Action;
 };
 

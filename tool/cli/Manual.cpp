@@ -127,7 +127,9 @@ std::string CommandSections(const CLI::App& command) {
 std::string Manual(const CLI::App& root) {
   std::string name = Summary(root);
   name.front() = static_cast<char>(std::tolower(static_cast<unsigned char>(name.front())));
-  std::string page = ".TH \"PERENNA\\-ACCESS\" 1 \"\" \"" + Escaped(root.version()) + "\" \"User Commands\"\n";
+  // No hyphen and no stretched blank within an option's name; the macros set them anew from these at every paragraph.
+  std::string page =
+      ".nr HY 0\n.ds AD l\n.TH \"PERENNA\\-ACCESS\" 1 \"\" \"" + Escaped(root.version()) + "\" \"User Commands\"\n";
   page += ".SH NAME\n" + Escaped(root.get_name()) + " \\- " + Escaped(name) + '\n';
   page += ".SH SYNOPSIS\n" + Bold(root.get_name()) + " [\\fIOPTIONS\\fR] \\fICOMMAND\\fR\n";
   page += ".SH DESCRIPTION\n" + Escaped(Details(root)) + '\n';
@@ -141,7 +143,6 @@ std::string Manual(const CLI::App& root) {
 
 void AddManualCommand(CLI::App& app, Context& context) {
   CLI::App& manual = AddCommand(app, "manual", "Print the manual page", "perenna-access manual | man -l -");
-  manual.group("");
   context.OnRun(manual, [&app] {
     std::cout << Manual(app);
     return ExitStatus::Done;

@@ -82,17 +82,19 @@ std::string Explain(const CLI::App& app, const CLI::ParseError& error, const std
   const Followed followed = Follow(app, arguments);
   const CLI::App& command = *followed.command;
   const bool wants_command = !Subcommands(command).empty();
-  std::string text = "perenna-access: ";
+  std::string text;
   if (!followed.unknown_options.empty()) {
-    text += UnknownOption(command, followed.unknown_options.front());
+    text = UnknownOption(command, followed.unknown_options.front());
   } else if (wants_command && !followed.arguments.empty()) {
-    text += NotACommand(command, followed.arguments.front());
+    text = NotACommand(command, followed.arguments.front());
   } else if (wants_command && error.get_name() == "RequiredError") {
-    return text + "which command of \"" + CommandPath(command) + "\"?\n" + SubcommandList(command);
+    std::string list = SubcommandList(command);
+    list.pop_back(); // the last line end
+    return "which command of \"" + CommandPath(command) + "\"?\n" + list;
   } else {
-    text += Reworded(error, followed);
+    text = Reworded(error, followed);
   }
-  return text + "\n\"" + CommandPath(command) + " --help\" tells what it takes.\n";
+  return text + "\n\"" + CommandPath(command) + " --help\" tells what it takes.";
 }
 
 } // namespace Tool

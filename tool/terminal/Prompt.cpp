@@ -102,15 +102,23 @@ public:
     static_cast<void>(write(m_Descriptor.Number(), text.data(), text.size()) == 0); // a lost prompt is seen by the user
   }
 
-  /// Reads a byte; throws when the terminal is gone.
-  char Read() const {
+  [[noreturn]] void Cancel() const {
+    Print("\n");
+    throw Cancelled();
+  }
+
+  /// Reads a byte; throws `Cancelled` at the end of the input, or when a signal comes.
+  char Read(const HeldSignals& signals) const {
+    if (!signals.WaitFor(Number())) {
+      Cancel();
+    }
     char byte = 0;
     ssize_t count = 0;
     do {
       count = read(m_Descriptor.Number(), &byte, 1);
     } while (count < 0 && errno == EINTR);
     if (count != 1) {
-      throw Failure(Failure::Kind::Input, "cancelled");
+      Cancel();
     }
     return byte;
   }
@@ -140,12 +148,7 @@ public:
   WithoutEcho(const WithoutEcho&) = delete;
   WithoutEcho& operator=(const WithoutEcho&) = delete;
 
-  char Read() const {
-    if (!m_Signals.WaitFor(m_Terminal.Number())) {
-      throw Failure(Failure::Kind::Input, "cancelled");
-    }
-    return m_Terminal.Read();
-  }
+  char Read() const { return m_Terminal.Read(m_Signals); }
 
 private:
   const HeldSignals m_Signals;
@@ -166,8 +169,7 @@ Secret ReadSilently(const Terminal& terminal, const std::string& prompt) {
       return secret;
     case CtrlC:
     case CtrlD:
-      terminal.Print("\n");
-      throw Failure(Failure::Kind::Input, "cancelled");
+      terminal.Cancel();
     case CtrlU:
       secret.Clear();
       break;
@@ -221,10 +223,11 @@ Secret AskForNewPassword(const std::string& whose) {
 
 bool AskYesOrNo(const std::string& question, bool otherwise) {
   const Terminal terminal;
+  const HeldSignals signals;
   for (;;) {
     terminal.Print(question + (otherwise ? " [Y/n] " : " [y/N] "));
     std::string answer;
-    for (char byte = terminal.Read(); byte != '\n'; byte = terminal.Read()) {
+    for (char byte = terminal.Read(signals); byte != '\n'; byte = terminal.Read(signals)) {
       answer += byte;
     }
     if (answer.empty()) {

@@ -7,6 +7,10 @@
 
 namespace Tool {
 
+/// Thrown when a prompt is answered with Ctrl-C, or a signal that ends processes comes while it waits. The terminal is
+/// as it was, at the beginning of a line.
+struct Cancelled {};
+
 /// Makes the process unfit for core dumps and for being traced by others: it handles passwords.
 void ProtectProcess() noexcept;
 
@@ -14,10 +18,11 @@ void ProtectProcess() noexcept;
 bool HasTerminal() noexcept;
 
 /// Asks for a new password twice at the controlling terminal, without echo, until both are the same (three rounds).
-/// Throws `Failure`: no terminal, cancelled with Ctrl-C or Ctrl-D, never the same, empty.
+/// Throws `Cancelled`, also for Ctrl-D, or `Failure`: no terminal, never the same, empty.
 Secret AskForNewPassword(const std::string& whose);
 
-/// Asks a yes-or-no question at the controlling terminal; `otherwise` on an empty answer.
+/// Asks a yes-or-no question at the controlling terminal; `otherwise` on an empty answer. Throws `Cancelled`, also for
+/// Ctrl-D, or `Failure` where there is no terminal.
 bool AskYesOrNo(const std::string& question, bool otherwise);
 
 /// The first line of `path` ("-" for standard input) without its line end. Throws `Failure`: unreadable, empty, too
