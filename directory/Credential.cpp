@@ -15,6 +15,7 @@ namespace AccessDirectory {
 namespace {
 
 constexpr std::size_t ThumbprintTextBytes = 64;
+constexpr std::size_t DigestDigits = 64; // hexadecimal, lower case
 constexpr std::size_t MaximumCertificateBytes = 1048576;
 constexpr const char* FingerprintPrefix = "Fingerprint=";
 
@@ -39,6 +40,20 @@ void Credential::AddTo(Perenna::PListDict& request) const {
   } else {
     request.SetValue(LocalAccessManager::Strings::certificate, thumbprint);
   }
+}
+
+bool IsUsable(const std::string& auth_method, const std::string& auth_value) {
+  namespace Methods = LocalAccessManager::Strings;
+  if (auth_method == Methods::sha256) {
+    const std::size_t digest = auth_value.find(':') + 1; // 0 without one
+    return digest != 0 && auth_value.size() - digest == DigestDigits &&
+           auth_value.find_first_not_of("0123456789abcdef", digest) == std::string::npos;
+  }
+  if (auth_method == Methods::tls_client_certificate) {
+    Perenna::X509Thumbprint thumbprint;
+    return thumbprint.DecodeBase64(auth_value.c_str()) && Canonical(thumbprint) == auth_value;
+  }
+  return auth_method == Methods::plain_pw && !auth_value.empty();
 }
 
 std::string ThumbprintFromText(const std::string& text) {

@@ -23,6 +23,10 @@ struct Credential {
   void AddTo(Perenna::PListDict& request) const;
 };
 
+/// Whether something can fit what is stored: a digest behind a colon, a thumbprint in canonical base64, a password that
+/// is not empty. False for a method that the module does not know.
+bool IsUsable(const std::string& auth_method, const std::string& auth_value);
+
 /// The thumbprint in canonical base64 of a text in hexadecimal (with or without colons), in base64, or as
 /// "openssl x509 -fingerprint" prints it. Throws `Failure`.
 std::string ThumbprintFromText(const std::string& text);

@@ -1,6 +1,7 @@
 #include "tool/cli/Validators.h"
 
 #include "PN_PagedResults.h"
+#include "directory/Failure.h"
 #include "directory/Text.h"
 #include "directory/Vocabulary.h"
 #include "tool/DirectoryNames.h"
@@ -28,6 +29,13 @@ CLI::Validator WholeNumber() {
                        : Quoted(text) + " is not a whole number from 0 to 2147483647";
           },
           "NUMBER"};
+}
+
+void RequireSet(const std::vector<std::string>& ids, bool none, const std::string& argument) {
+  if (ids.empty() != none) {
+    throw Failure(Failure::Kind::Input, none ? "--none and " + argument + " cannot be given together"
+                                             : "which " + argument + "? Name one or more, or give --none");
+  }
 }
 
 } // namespace Tool

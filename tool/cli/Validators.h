@@ -1,5 +1,8 @@
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include <CLI/CLI.hpp>
 
 namespace Tool {
@@ -14,5 +17,9 @@ CLI::Validator GroupId();
 
 /// Accepts whole numbers from 0 up.
 CLI::Validator WholeNumber();
+
+/// For a command that replaces a set: throws `Failure` unless either ids were named, or --none. An empty list alone may
+/// be a script's variable that is not set.
+void RequireSet(const std::vector<std::string>& ids, bool none, const std::string& argument);
 
 } // namespace Tool

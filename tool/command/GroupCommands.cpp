@@ -3,9 +3,11 @@
 #include <iostream>
 #include <memory>
 
+#include "directory/Deletion.h"
 #include "directory/file/Database.h"
 #include "directory/Membership.h"
 #include "directory/Module.h"
+#include "tool/cli/LockoutOptions.h"
 #include "tool/cli/Validators.h"
 #include "tool/command/Listing.h"
 #include "tool/DirectoryNames.h"
@@ -23,6 +25,8 @@ struct GroupOptions {
   std::vector<std::string> ids;
   std::vector<std::string> users;
   PageOptions page;
+  LockoutOptions lockout;
+  bool none = false;
 };
 
 using Options = std::shared_ptr<GroupOptions>;
@@ -54,33 +58,23 @@ ExitStatus AddGroup(const Context& context, const GroupOptions& options) {
 }
 
 ExitStatus DeleteGroups(const Context& context, const GroupOptions& options) {
-  Module module(context.DatabaseFile());
-  Database database(context.DatabaseFile(), Database::Access::Read);
-  ExitStatus status = ExitStatus::Done;
+  Database database(context.DatabaseFile(), Database::Access::Write);
   Json deleted = Json::array();
-  for (const std::string& id : options.ids) {
-    const auto result =
-        module.Apply([&id](LocalAccessManager::UserManager& manager) { return manager.DeleteGroup(id); });
-    if (result == Tarn::RESULT_NOT_FOUND) {
-      std::cerr << "perenna-access: there is no group " << Quoted(id) << '\n';
-      status = ExitStatus::Refused;
-      continue;
-    }
-    const auto left = database.Number("SELECT count(*) FROM filters WHERE group_id = ?", {id});
-    deleted.push_back({{"group_id", JsonText(id)}, {"filters_left", left}});
-    if (!context.WantsJson()) {
-      std::cout << "Deleted group " << Quoted(id) << ".";
+  std::string sentences;
+  Json warnings = options.lockout.Apply(context, database, [&] {
+    AccessDirectory::DeleteGroups(database, options.ids);
+    for (const std::string& id : Distinct(options.ids)) {
+      const auto left = database.Number("SELECT count(*) FROM filters WHERE group_id = ?", {id});
+      deleted.push_back({{"group_id", JsonText(id)}, {"filters_left", left}});
+      sentences += (sentences.empty() ? "" : "\n") + ("Deleted group " + Quoted(id) + ".");
       if (left > 0) {
-        std::cout << " Its " << Count(static_cast<std::size_t>(left), "filter")
-                  << " stay and apply again to a later group of this id.";
+        sentences += " Its " + Count(static_cast<std::size_t>(left), "filter") +
+                     (left == 1 ? " stays and applies" : " stay and apply") + " again to a later group of this id.";
       }
-      std::cout << '\n';
     }
-  }
-  if (context.WantsJson()) {
-    PrintJson({{"deleted", std::move(deleted)}});
-  }
-  return status;
+  });
+  context.Report(sentences, {{"deleted", std::move(deleted)}, {"warnings", std::move(warnings)}});
+  return ExitStatus::Done;
 }
 
 ExitStatus ListGroups(const Context& context, const GroupOptions& options) {
@@ -137,13 +131,13 @@ ExitStatus ShowGroup(const Context& context, const GroupOptions& options) {
 }
 
 ExitStatus SetMembers(const Context& context, const GroupOptions& options) {
+  RequireSet(options.users, options.none, "USER");
   Database database(context.DatabaseFile(), Database::Access::Write);
-  Transaction transaction(database);
-  ReplaceGroupUsers(database, options.id, options.users);
-  transaction.Commit();
+  Json warnings =
+      options.lockout.Apply(context, database, [&] { ReplaceGroupUsers(database, options.id, options.users); });
   const std::vector<std::string> users = Distinct(options.users);
   context.Report("Group " + Quoted(options.id) + " now has the members: " + Joined(users) + ".",
-                 {{"group_id", JsonText(options.id)}, {"users", JsonTexts(users)}});
+                 {{"group_id", JsonText(options.id)}, {"users", JsonTexts(users)}, {"warnings", std::move(warnings)}});
   return ExitStatus::Done;
 }
 
@@ -167,11 +161,13 @@ void AddGroupCommands(CLI::App& app, Context& context) {
       ->check(GroupId());
   add.add_option("NAME", add_options->name, "Its name for people (default: the id)");
 
-  const auto [remove, remove_options] =
-      make("delete",
-           "Delete groups with their memberships\nTheir filters stay, and apply again to a later group of the same id.",
-           "perenna-access group delete editors", DeleteGroups);
+  const auto [remove, remove_options] = make(
+      "delete",
+      "Delete groups with their memberships\nAll of them or, when one does not exist, none. Their filters stay, and "
+      "apply again to a later group of the same id.",
+      "perenna-access group delete editors", DeleteGroups);
   remove.add_option("GROUP", remove_options->ids, "The ids of the groups")->required();
+  remove_options->lockout.AddTo(remove);
 
   const auto [list, list_options] =
       make("list", "List groups with their members", "perenna-access group list", ListGroups);
@@ -181,11 +177,12 @@ void AddGroupCommands(CLI::App& app, Context& context) {
       make("show", "Show one group with its members and filters", "perenna-access group show editors", ShowGroup);
   show.add_option("GROUP", show_options->id, "The group's id")->required();
 
-  const auto [members, members_options] =
-      make("set-members", "Replace the members of a group\nWith no USER, it has none after that.",
-           "perenna-access group set-members editors alice bob", SetMembers);
+  const auto [members, members_options] = make("set-members", "Replace the members of a group",
+                                               "perenna-access group set-members editors alice bob", SetMembers);
   members.add_option("GROUP", members_options->id, "The group's id")->required();
   members.add_option("USER", members_options->users, "The ids of the users");
+  members.add_flag("--none", members_options->none, "Leave the group without members");
+  members_options->lockout.AddTo(members);
 }
 
 } // namespace Tool

@@ -3,10 +3,12 @@
 #include <iostream>
 #include <memory>
 
+#include "directory/Deletion.h"
 #include "directory/file/Database.h"
 #include "directory/Membership.h"
 #include "directory/Module.h"
 #include "tool/cli/CredentialOptions.h"
+#include "tool/cli/LockoutOptions.h"
 #include "tool/cli/Validators.h"
 #include "tool/command/Listing.h"
 #include "tool/DirectoryNames.h"
@@ -25,9 +27,10 @@ struct UserOptions {
   std::vector<std::string> groups;
   CredentialOptions credential;
   PageOptions page;
+  LockoutOptions lockout;
   bool show_credential = false;
-  bool force = false;
   bool unchecked = false;
+  bool none = false;
 };
 
 using Options = std::shared_ptr<UserOptions>;
@@ -108,34 +111,17 @@ ExitStatus AddUser(const Context& context, const UserOptions& options) {
 }
 
 ExitStatus DeleteUsers(const Context& context, const UserOptions& options) {
-  const std::string file = context.DatabaseFile();
-  Module module(file);
-  ExitStatus status = ExitStatus::Done;
+  Database database(context.DatabaseFile(), Database::Access::Write);
+  Json warnings =
+      options.lockout.Apply(context, database, [&] { AccessDirectory::DeleteUsers(database, options.ids); });
   Json deleted = Json::array();
-  for (const std::string& id : options.ids) {
-    if (!options.force) {
-      Database database(file, Database::Access::Read);
-      if (UserExists(database, id) && database.Number("SELECT count(*) FROM users") == 1) {
-        throw Failure(Failure::Kind::Refused,
-                      Quoted(id) + " is the last user: without one, none can be added again; --force deletes it");
-      }
-    }
-    const auto result =
-        module.Apply([&id](LocalAccessManager::UserManager& manager) { return manager.DeleteUser(id); });
-    if (result == Tarn::RESULT_NOT_FOUND) {
-      std::cerr << "perenna-access: there is no user " << Quoted(id) << '\n';
-      status = ExitStatus::Refused;
-      continue;
-    }
-    deleted.push_back(JsonText(id));
-    if (!context.WantsJson()) {
-      std::cout << "Deleted user " << Quoted(id) << ".\n";
-    }
+  std::string sentences;
+  for (const std::string& id : Distinct(options.ids)) {
+    deleted.push_back({{"user_id", JsonText(id)}});
+    sentences += (sentences.empty() ? "" : "\n") + ("Deleted user " + Quoted(id) + ".");
   }
-  if (context.WantsJson()) {
-    PrintJson({{"deleted", std::move(deleted)}});
-  }
-  return status;
+  context.Report(sentences, {{"deleted", std::move(deleted)}, {"warnings", std::move(warnings)}});
+  return ExitStatus::Done;
 }
 
 ExitStatus ListUsers(const Context& context, const UserOptions& options) {
@@ -193,13 +179,13 @@ ExitStatus ShowUser(const Context& context, const UserOptions& options) {
 }
 
 ExitStatus SetUserGroups(const Context& context, const UserOptions& options) {
+  RequireSet(options.groups, options.none, "GROUP");
   Database database(context.DatabaseFile(), Database::Access::Write);
-  Transaction transaction(database);
-  ReplaceUserGroups(database, options.id, options.groups);
-  transaction.Commit();
+  Json warnings =
+      options.lockout.Apply(context, database, [&] { ReplaceUserGroups(database, options.id, options.groups); });
   const std::vector<std::string> groups = Distinct(options.groups);
   context.Report("User " + Quoted(options.id) + " is now in: " + Joined(groups) + ".",
-                 {{"user_id", JsonText(options.id)}, {"groups", JsonTexts(groups)}});
+                 {{"user_id", JsonText(options.id)}, {"groups", JsonTexts(groups)}, {"warnings", std::move(warnings)}});
   return ExitStatus::Done;
 }
 
@@ -258,9 +244,10 @@ void AddUserCommands(CLI::App& app, Context& context) {
   add_options->credential.AddCertificateTo(add);
 
   const auto [remove, remove_options] =
-      make("delete", "Delete users with their memberships", "perenna-access user delete alice bob", DeleteUsers);
+      make("delete", "Delete users with their memberships\nAll of them or, when one does not exist, none.",
+           "perenna-access user delete alice bob", DeleteUsers);
   remove.add_option("USER", remove_options->ids, "The ids of the users")->required();
-  remove.add_flag("--force", remove_options->force, "Delete the last user too");
+  remove_options->lockout.AddTo(remove);
 
   const auto [list, list_options] =
       make("list", "List users with their groups", "perenna-access user list --limit 20", ListUsers);
@@ -270,11 +257,12 @@ void AddUserCommands(CLI::App& app, Context& context) {
   show.add_option("USER", show_options->id, "The user's id")->required();
   show.add_flag("--show-credential", show_options->show_credential, "Show the stored credential as well");
 
-  const auto [groups, groups_options] =
-      make("set-groups", "Replace the groups that a user is in\nWith no GROUP, the user is in none after that.",
-           "perenna-access user set-groups alice editors readers", SetUserGroups);
+  const auto [groups, groups_options] = make("set-groups", "Replace the groups that a user is in",
+                                             "perenna-access user set-groups alice editors readers", SetUserGroups);
   groups.add_option("USER", groups_options->id, "The user's id")->required();
   groups.add_option("GROUP", groups_options->groups, "The ids of the groups");
+  groups.add_flag("--none", groups_options->none, "Leave the user in no group");
+  groups_options->lockout.AddTo(groups);
 
   const auto [password, password_options] =
       make("set-password", "Change a user's password\nAsks for it at the terminal unless told where to read it.",
