@@ -2,6 +2,7 @@
 
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include "directory/Explanation.h"
 #include "directory/Module.h"
@@ -15,10 +16,12 @@ namespace Tool {
 
 namespace {
 
+constexpr std::size_t ShownBytes = 200; // of a line that is no request
+
 struct CheckOptions {
   std::string user;
   std::string method;
-  std::string url;
+  std::string target;
   bool explain = false;
   bool from_stdin = false;
 };
@@ -26,6 +29,11 @@ struct CheckOptions {
 bool MayDo(Module& module, const Perenna::HTTPRequest& request, const std::string& user_id) {
   return module.Ask(
       [&](LocalAccessManager::UserManager& manager) { return manager.TestRequestForUser(request, user_id); });
+}
+
+/// Memberships of a user who is gone may still grant: that is not the same as a refusal.
+std::string NoUser(const std::string& user_id) {
+  return "there is no user " + Quoted(user_id);
 }
 
 const char* Verdict(bool allowed) {
@@ -53,12 +61,14 @@ void PrintExplanation(const Explanation& explanation) {
 
 ExitStatus CheckOne(const Context& context, const CheckOptions& options) {
   const std::string file = context.DatabaseFile();
-  const Perenna::HTTPRequest request(KnownMethod(options.method), options.url);
+  const Perenna::HTTPRequest request(KnownMethod(options.method), options.target);
   Module module(file);
   bool allowed = false;
+  const bool user_exists = module.UserExists(options.user);
   Json json = {{"user_id", JsonText(options.user)},
+               {"user_exists", user_exists},
                {"method", options.method},
-               {"url", JsonText(options.url)},
+               {"url", JsonText(options.target)},
                {"allowed", false}};
   if (options.explain) {
     Database database(file, Database::Access::Read);
@@ -77,32 +87,53 @@ ExitStatus CheckOne(const Context& context, const CheckOptions& options) {
   if (context.WantsJson()) {
     json["allowed"] = allowed;
     PrintJson(json);
+  } else if (!user_exists) {
+    Warn(NoUser(options.user));
   }
   return allowed ? ExitStatus::Done : ExitStatus::Refused;
 }
 
-/// "METHOD URL USER", one blank between them; the user's id may itself hold blanks.
-bool SplitLine(const std::string& line, std::string& method, std::string& url, std::string& user) {
-  const std::size_t first = line.find(' ');
-  const std::size_t second = first == std::string::npos ? first : line.find(' ', first + 1);
-  if (second == std::string::npos || second + 1 == line.size()) {
-    return false;
+/// A line of the stream.
+struct Question {
+  std::string user;
+  Perenna::Method_t method = Perenna::METH_MAX;
+  std::string target;
+};
+
+/// "USER METHOD TARGET", one blank between them; the user's id may itself hold blanks. Nothing for anything else.
+std::optional<Question> Parse(std::string line) {
+  if (!line.empty() && line.back() == '\r') { // a line end of another system
+    line.pop_back();
   }
-  method.assign(line, 0, first);
-  url.assign(line, first + 1, second - first - 1);
-  user.assign(line, second + 1);
-  return true;
+  const std::size_t last = line.rfind(' ');
+  const std::size_t first = last == std::string::npos || last == 0 ? std::string::npos : line.rfind(' ', last - 1);
+  if (first == std::string::npos || first == 0 || last + 1 == line.size()) {
+    return std::nullopt;
+  }
+  Question question;
+  question.user.assign(line, 0, first);
+  question.target.assign(line, last + 1);
+  const bool known = Perenna::StringToMethod(line.substr(first + 1, last - first - 1), question.method);
+  return known ? std::optional<Question>(std::move(question)) : std::nullopt;
 }
 
-/// Prints the answer to a line, null for a line that is not valid. Written out: there may be many.
-void PrintAnswer(const Context& context, std::size_t line, const bool* allowed) {
+/// What came of a line.
+struct Answer {
+  bool valid = false;
+  bool user_exists = false;
+  bool allowed = false;
+};
+
+/// Prints the answer to a line. Written out: there may be many.
+void PrintAnswer(const Context& context, std::size_t line, const Answer& answer) {
   if (!context.WantsJson()) {
-    std::cout << (allowed == nullptr ? "invalid" : Verdict(*allowed)) << '\n';
+    std::cout << (answer.valid ? Verdict(answer.allowed) : "invalid") << '\n';
     return;
   }
-  std::cout << "{\"line\":" << line << ",\"valid\":" << (allowed == nullptr ? "false" : "true");
-  if (allowed != nullptr) {
-    std::cout << ",\"allowed\":" << (*allowed ? "true" : "false");
+  const auto text = [](bool value) { return value ? "true" : "false"; };
+  std::cout << "{\"line\":" << line << ",\"valid\":" << text(answer.valid);
+  if (answer.valid) {
+    std::cout << ",\"user_exists\":" << text(answer.user_exists) << ",\"allowed\":" << text(answer.allowed);
   }
   std::cout << "}\n";
 }
@@ -111,37 +142,43 @@ ExitStatus CheckLines(const Context& context) {
   Module module(context.DatabaseFile());
   LineReader reader([] { std::cout.flush(); }); // whoever waits for answers before the next question gets them
   std::string line;
-  std::string method_name;
-  std::string url;
-  std::string user;
+  std::size_t number = 0;
   bool all_allowed = true;
   bool all_valid = true;
-  for (std::size_t number = 1; reader.Next(line); ++number) {
-    Perenna::Method_t method = Perenna::METH_MAX;
-    if (!SplitLine(line, method_name, url, user) || !Perenna::StringToMethod(method_name, method)) {
-      std::cerr << "perenna-access: line " << number << ": " << Quoted(line.substr(0, 200))
-                << " is not \"METHOD URL USER\" with a known method\n";
-      PrintAnswer(context, number, nullptr);
-      all_valid = false;
-      continue;
+  while (reader.Next(line)) {
+    ++number;
+    const std::optional<Question> question = Parse(line);
+    Answer answer;
+    if (question) {
+      answer = {true, module.UserExists(question->user),
+                MayDo(module, Perenna::HTTPRequest(question->method, question->target), question->user)};
+    } else {
+      ReportError(context.Errors(), ExitStatus::Usage,
+                  Quoted(line.substr(0, ShownBytes)) + " is not \"USER METHOD TARGET\" with a known method", number);
     }
-    const bool allowed = MayDo(module, Perenna::HTTPRequest(method, url), user);
-    all_allowed = all_allowed && allowed;
-    PrintAnswer(context, number, &allowed);
+    if (answer.valid && !answer.user_exists && !context.WantsJson()) {
+      Warn("line " + std::to_string(number) + ": " + NoUser(question->user));
+    }
+    all_valid = all_valid && answer.valid;
+    all_allowed = all_allowed && answer.allowed;
+    PrintAnswer(context, number, answer);
+  }
+  if (number == 0) {
+    throw Failure(Failure::Kind::Input, "standard input holds no request: one is expected a line, USER METHOD TARGET");
   }
   return !all_valid ? ExitStatus::Usage : all_allowed ? ExitStatus::Done : ExitStatus::Refused;
 }
 
 ExitStatus Check(const Context& context, const CheckOptions& options) {
-  const bool names_request = !options.user.empty() || !options.method.empty() || !options.url.empty();
+  const bool names_request = !options.user.empty() || !options.method.empty() || !options.target.empty();
   if (options.from_stdin) {
     if (names_request || options.explain) {
       throw Failure(Failure::Kind::Input, "--stdin takes neither a request nor --explain");
     }
     return CheckLines(context);
   }
-  if (options.user.empty() || options.method.empty() || options.url.empty()) {
-    throw Failure(Failure::Kind::Input, "which request? Give USER METHOD URL, or --stdin");
+  if (options.user.empty() || options.method.empty() || options.target.empty()) {
+    throw Failure(Failure::Kind::Input, "which request? Give USER METHOD TARGET, or --stdin");
   }
   return CheckOne(context, options);
 }
@@ -150,18 +187,26 @@ ExitStatus Methods(const Context& context, const CheckOptions& options) {
   Module module(context.DatabaseFile());
   Perenna::PListArray methods;
   module.Ask([&](LocalAccessManager::UserManager& manager) {
-    return manager.GetOptionsMethods(Perenna::HTTPRequest(Perenna::METH_OPTIONS, options.url), options.user, methods);
+    return manager.GetOptionsMethods(Perenna::HTTPRequest(Perenna::METH_OPTIONS, options.target), options.user,
+                                     methods);
   });
   std::vector<std::string> names;
   for (const Perenna::PListItem* item : methods) {
     names.push_back(dynamic_cast<const Perenna::PListData&>(*item).GetValue());
   }
+  const bool user_exists = module.UserExists(options.user);
   if (context.WantsJson()) {
-    PrintJson({{"user_id", JsonText(options.user)}, {"url", JsonText(options.url)}, {"methods", JsonTexts(names)}});
-  } else {
-    for (const std::string& name : names) {
-      std::cout << Shown(name) << '\n';
-    }
+    PrintJson({{"user_id", JsonText(options.user)},
+               {"user_exists", user_exists},
+               {"url", JsonText(options.target)},
+               {"methods", JsonTexts(names)}});
+    return names.empty() ? ExitStatus::Refused : ExitStatus::Done;
+  }
+  for (const std::string& name : names) {
+    std::cout << Shown(name) << '\n';
+  }
+  if (!user_exists) {
+    Warn(NoUser(options.user));
   }
   return names.empty() ? ExitStatus::Refused : ExitStatus::Done;
 }
@@ -169,25 +214,25 @@ ExitStatus Methods(const Context& context, const CheckOptions& options) {
 } // namespace
 
 void AddCheckCommands(CLI::App& app, Context& context) {
-  CLI::App& check = AddCommand(app, "check", "May a user perform a method on a URL?\nExit status 0: yes, 1: no.",
+  CLI::App& check = AddCommand(app, "check", "May a user perform a method on a target?\nExit status 0: yes, 1: no.",
                                "perenna-access check alice GET /articles/7 --explain\n"
-                               "  printf 'GET /articles/7 alice\\n' | perenna-access check --stdin");
+                               "  printf 'alice GET /articles/7\\n' | perenna-access check --stdin");
   auto options = std::make_shared<CheckOptions>();
   check.add_option("USER", options->user, "The user's id");
   check.add_option("METHOD", options->method, "An HTTP method, such as GET");
-  check.add_option("URL", options->url, "The request target, as the server receives it");
+  check.add_option("TARGET", options->target, "The request target, as the server receives it");
   check.add_flag("--explain", options->explain,
                  "Show every filter of the user's groups in the order of decision, and which one decided");
   check.add_flag("--stdin", options->from_stdin,
-                 "Read requests from standard input, METHOD URL USER a line, and answer each with a line: allowed, "
+                 "Read requests from standard input, USER METHOD TARGET a line, and answer each with a line: allowed, "
                  "refused or invalid. Exit status 0: all allowed, 1: some refused, 2: some invalid");
   context.OnRun(check, [&context, options] { return Check(context, *options); });
 
-  CLI::App& methods = AddCommand(app, "methods", "Which methods may a user use on a URL?\nExit status 1: none.",
+  CLI::App& methods = AddCommand(app, "methods", "Which methods may a user use on a target?\nExit status 1: none.",
                                  "perenna-access methods alice /articles/7");
   auto methods_options = std::make_shared<CheckOptions>();
   methods.add_option("USER", methods_options->user, "The user's id")->required();
-  methods.add_option("URL", methods_options->url, "The request target, as the server receives it")->required();
+  methods.add_option("TARGET", methods_options->target, "The request target, as the server receives it")->required();
   context.OnRun(methods, [&context, methods_options] { return Methods(context, *methods_options); });
 }
 
