@@ -1,5 +1,6 @@
 #include "ToolRun.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -32,19 +33,15 @@ struct Pipe {
   std::array<int, 2> ends{};
 };
 
-[[noreturn]] void Execute(const std::vector<std::string>& command) {
-  std::vector<std::string> copies = command;
-  std::vector<char*> argv;
-  argv.reserve(copies.size() + 1);
-  for (std::string& copy : copies) {
-    argv.push_back(copy.data());
+/// Becomes the program, away from any terminal if it is given standard streams.
+[[noreturn]] void Execute(const std::string& database, std::vector<std::string> command,
+                          const std::vector<int>& streams = {}) {
+  if (!streams.empty()) {
+    setsid();
   }
-  argv.push_back(nullptr);
-  execv(argv.front(), argv.data());
-  _exit(127);
-}
-
-void SetDatabase(const std::string& database) {
+  for (std::size_t i = 0; i < streams.size(); ++i) {
+    dup2(streams[i], static_cast<int>(i));
+  }
   // NOLINTBEGIN(concurrency-mt-unsafe): in the child, which has one thread
   if (!database.empty()) {
     setenv("PERENNA_ACCESS_DATABASE", database.c_str(), 1);
@@ -52,6 +49,13 @@ void SetDatabase(const std::string& database) {
     unsetenv("PERENNA_ACCESS_DATABASE");
   }
   // NOLINTEND(concurrency-mt-unsafe)
+  std::vector<char*> argv;
+  for (std::string& argument : command) {
+    argv.push_back(argument.data());
+  }
+  argv.push_back(nullptr);
+  execv(argv.front(), argv.data());
+  _exit(127);
 }
 
 std::vector<std::string> ToolCommand(const std::vector<std::string>& arguments) {
@@ -85,55 +89,7 @@ int WaitFor(pid_t process) {
 }
 
 ToolResult RunTool(const std::string& database, const std::vector<std::string>& arguments, const std::string& input) {
-  Pipe in;
-  Pipe out;
-  Pipe err;
-  const pid_t process = fork();
-  if (process == 0) {
-    setsid(); // away from any terminal
-    dup2(in.ends[0], STDIN_FILENO);
-    dup2(out.ends[1], STDOUT_FILENO);
-    dup2(err.ends[1], STDERR_FILENO);
-    SetDatabase(database);
-    Execute(ToolCommand(arguments));
-  }
-  close(in.ends[0]);
-  close(out.ends[1]);
-  close(err.ends[1]);
-  std::ignore = signal(SIGPIPE, SIG_IGN);
-
-  ToolResult result;
-  std::size_t written = 0;
-  bool timed_out = false;
-  std::array<pollfd, 3> watched = {{{out.ends[0], POLLIN, 0}, {err.ends[0], POLLIN, 0}, {in.ends[1], POLLOUT, 0}}};
-  while (!timed_out && (watched[0].fd >= 0 || watched[1].fd >= 0)) {
-    if (watched[2].fd >= 0 && written == input.size()) {
-      close(watched[2].fd);
-      watched[2].fd = -1;
-    }
-    timed_out = poll(watched.data(), watched.size(), TimeoutMilliseconds) == 0;
-    if (timed_out) {
-      TimeOut(process, result.out + result.err);
-    }
-    if (watched[0].revents != 0 && !ReadSome(out.ends[0], result.out)) {
-      watched[0].fd = -1;
-    }
-    if (watched[1].revents != 0 && !ReadSome(err.ends[0], result.err)) {
-      watched[1].fd = -1;
-    }
-    if (watched[2].fd >= 0 && watched[2].revents != 0) {
-      const std::size_t chunk = std::min<std::size_t>(input.size() - written, 4096); // never blocks once writable
-      const ssize_t count = write(watched[2].fd, input.data() + written, chunk);
-      written = count < 0 ? input.size() : written + static_cast<std::size_t>(count);
-    }
-  }
-  if (watched[2].fd >= 0) {
-    close(watched[2].fd);
-  }
-  close(out.ends[0]);
-  close(err.ends[0]);
-  result.status = WaitFor(process);
-  return result;
+  return ToolProcess(database, arguments).Finish(input);
 }
 
 namespace {
@@ -143,8 +99,7 @@ ToolResult Converse(const std::string& database, const std::vector<std::string>&
   int terminal = -1;
   const pid_t process = forkpty(&terminal, nullptr, nullptr, nullptr);
   if (process == 0) {
-    SetDatabase(database);
-    Execute(command);
+    Execute(database, command);
   }
   ToolResult result;
   std::size_t answered = 0; // where the output since the last answer begins
@@ -191,13 +146,8 @@ ToolResult RunAtTerminal(const std::vector<std::string>& command,
 pid_t StartTool(const std::string& database, const std::vector<std::string>& arguments) {
   const pid_t process = fork();
   if (process == 0) {
-    setsid();
     const int nowhere = open("/dev/null", O_RDWR);
-    dup2(nowhere, STDIN_FILENO);
-    dup2(nowhere, STDOUT_FILENO);
-    dup2(nowhere, STDERR_FILENO);
-    SetDatabase(database);
-    Execute(ToolCommand(arguments));
+    Execute(database, ToolCommand(arguments), {nowhere, nowhere, nowhere});
   }
   return process;
 }
@@ -208,20 +158,14 @@ ToolProcess::ToolProcess(const std::string& database, const std::vector<std::str
   Pipe out;
   Pipe err;
   if (reader == Reader::IsGone) {
-    close(out.ends[0]);
-    out.ends[0] = -1;
-  }
-  m_Process = fork();
-  if (m_Process == 0) {
-    setsid();
-    std::ignore = signal(SIGPIPE, sigpipe == Sigpipe::Ignored ? SIG_IGN : SIG_DFL);
-    dup2(in.ends[0], STDIN_FILENO);
-    dup2(out.ends[1], STDOUT_FILENO);
-    dup2(err.ends[1], STDERR_FILENO);
-    SetDatabase(database);
-    Execute(ToolCommand(arguments));
+    close(std::exchange(out.ends[0], -1));
   }
   std::ignore = signal(SIGPIPE, SIG_IGN);
+  m_Process = fork();
+  if (m_Process == 0) {
+    std::ignore = signal(SIGPIPE, sigpipe == Sigpipe::Ignored ? SIG_IGN : SIG_DFL);
+    Execute(database, ToolCommand(arguments), {in.ends[0], out.ends[1], err.ends[1]});
+  }
   close(in.ends[0]);
   close(out.ends[1]);
   close(err.ends[1]);
@@ -259,13 +203,29 @@ std::string ToolProcess::ReadLine() {
   return line;
 }
 
-ToolResult ToolProcess::Finish() {
-  close(std::exchange(m_Input, -1));
+ToolResult ToolProcess::Finish(const std::string& input) {
   ToolResult result;
-  std::array<std::pair<int, std::string*>, 2> streams = {{{m_Output, &m_Read}, {m_Errors, &result.err}}};
-  for (auto& [descriptor, text] : streams) {
-    pollfd watched = {descriptor, POLLIN, 0};
-    while (descriptor >= 0 && poll(&watched, 1, TimeoutMilliseconds) == 1 && ReadSome(descriptor, *text)) {
+  std::size_t written = 0;
+  std::array<pollfd, 3> watched = {{{m_Output, POLLIN, 0}, {m_Errors, POLLIN, 0}, {m_Input, POLLOUT, 0}}};
+  while (watched[0].fd >= 0 || watched[1].fd >= 0) {
+    if (watched[2].fd >= 0 && written == input.size()) {
+      close(std::exchange(m_Input, -1));
+      watched[2].fd = -1;
+    }
+    if (poll(watched.data(), watched.size(), TimeoutMilliseconds) == 0) {
+      TimeOut(m_Process, m_Read + result.err);
+      break;
+    }
+    if (watched[0].revents != 0 && !ReadSome(m_Output, m_Read)) {
+      watched[0].fd = -1;
+    }
+    if (watched[1].revents != 0 && !ReadSome(m_Errors, result.err)) {
+      watched[1].fd = -1;
+    }
+    if (watched[2].fd >= 0 && watched[2].revents != 0) {
+      const std::size_t chunk = std::min<std::size_t>(input.size() - written, 4096); // never blocks once writable
+      const ssize_t count = write(m_Input, input.data() + written, chunk);
+      written = count < 0 ? input.size() : written + static_cast<std::size_t>(count);
     }
   }
   result.out = std::exchange(m_Read, {});

@@ -54,8 +54,8 @@ public:
   std::string ReadLine();
   /// Waits for its end with its standard input still open.
   int Wait() { return WaitFor(std::exchange(m_Process, -1)); }
-  /// Closes its standard input and waits; `ToolResult::out` is what was not read yet.
-  ToolResult Finish();
+  /// Writes the rest of its input, closes that and waits; `ToolResult::out` is what was not read yet.
+  ToolResult Finish(const std::string& input = {});
 
 private:
   pid_t m_Process = -1;
