@@ -62,14 +62,18 @@ TEST_F(Statements, WithoutRowsEndInFalseAndTouchNothing) {
 }
 
 TEST_F(Statements, DeliverEveryRowOnceAndCanRunAgainWithoutTheirBindings) {
-  SimpleQuery query(m_db, "SELECT x FROM t WHERE x >= coalesce(?, 'c') ORDER BY x");
-  ASSERT_EQ(query.Exec("a"), Tarn::RESULT_OK);
+  SimpleQuery query(m_db, "SELECT * FROM t WHERE rowid >= coalesce(?, 3) ORDER BY rowid");
+  ASSERT_EQ(query.Exec("1"), Tarn::RESULT_OK);
   PListDict row;
   EXPECT_TRUE(query.GetNextResult(row) && query.DiscardNextResult());
   EXPECT_EQ(row.GetData("x").GetValue(), "a");
   EXPECT_EQ(Column(query), Texts{"c"});
+  m_Other.Run("ALTER TABLE t RENAME COLUMN x TO y");
   ASSERT_EQ(query.Exec(), Tarn::RESULT_OK);
-  EXPECT_EQ(Column(query), Texts{"c"});
+  PListDict renamed;
+  EXPECT_TRUE(query.GetNextResult(renamed));
+  EXPECT_EQ(renamed.GetData("y").GetValue(), "c") << "under the name of this execution";
+  m_Other.Run("ALTER TABLE t RENAME COLUMN y TO x");
 }
 
 TEST_F(Statements, RowsBecomeDictionariesAndTexts) {
@@ -77,7 +81,7 @@ TEST_F(Statements, RowsBecomeDictionariesAndTexts) {
       {"9223372036854775807", IT_INT64, "9223372036854775807", "9223372036854775807"},
       {"0.1", IT_REAL, "0.1", "0.1"},
       {"'a''b'", IT_STRING, "a'b", "a'b"},
-      {"x'414243'", IT_DATA, "QUJD", "ABC"},
+      {"x'41424300444546474849'", IT_DATA, "QUJDAERFRkdISQ==", std::string("ABC\0DEFGHI", 10)},
       {"x''", IT_DATA, "", ""},
       {"NULL", IT_NULL, "", "unchanged"}};
   for (const auto& [sql, kind, in_row, as_text] : columns) {
@@ -113,11 +117,14 @@ TEST_F(Statements, BindArgumentsByPositionOrByTheOrderOfTheNames) {
   for (const auto& [kind, text, bound] : items) {
     PListDict dict = Dict({{"a", "1"}, {"ignored", "2"}});
     dict.SetItem("z", new PListData(kind, text));
-    SimpleQuery query(m_db, "SELECT typeof(?1) || ' ' || quote(?1) || ?2");
-    query.PushArgName("z");
-    query.PushArgName("a");
+    dict.SetItem("y", new PListData(kind == IT_DATA ? IT_DATA : IT_STRING, kind == IT_DATA ? "AAAA" : ""));
+    // Evaluated while stepping past the first row: what was bound must have been copied.
+    SimpleQuery query(m_db, "SELECT 1 UNION ALL SELECT typeof(?1) || ' ' || quote(?1) || ?2 || substr(?3, 1, 0)");
+    for (const char* name : {"z", "a", "y"}) {
+      query.PushArgName(name);
+    }
     ASSERT_EQ(query.Exec(dict), Tarn::RESULT_OK) << text;
-    EXPECT_EQ(Column(query), Texts{bound + "1"});
+    EXPECT_EQ(Column(query), (Texts{"1", bound + "1"}));
   }
 }
 
@@ -188,12 +195,14 @@ TEST_F(Statements, AnErrorWhileAdvancingIsSilentAndEndsTheRows) {
 }
 
 TEST_F(Statements, TimeOutAfterNineAttempts) {
+  const auto begin = std::chrono::steady_clock::now();
   m_Other.Run("BEGIN EXCLUSIVE");
   SimpleQuery query(m_db, "INSERT INTO t VALUES ('d')");
   EXPECT_EQ(query.Exec(), RESULT_DB_FAILURE);
   EXPECT_EQ(m_Log.Take(), Expected("prepare", 9,
                                    {"No prepared statement for query \"INSERT INTO t VALUES ('d')\": "
                                     "DB_FAILURE (-420).\n"}));
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(900));
   m_Other.Run("COMMIT");
   m_Database.Query("SELECT * FROM t"); // reads the schema, so that preparing succeeds
   m_Other.Run("BEGIN IMMEDIATE");

@@ -39,27 +39,19 @@ std::string UpperCase(std::string text) {
 } // namespace
 
 TEST_F(Credentials, APasswordIsAcceptedByteForByteWhateverItsBytes) {
-  std::vector<std::string> passwords = {"", "a:b:c", std::string(1 << 20, 'p'), ""};
+  std::string every_byte;
   for (int byte = 0; byte < 256; ++byte) {
-    passwords.at(3) += static_cast<char>(byte);
-    passwords.emplace_back(1, static_cast<char>(byte));
+    every_byte += static_cast<char>(byte);
   }
-  BareDatabase bare(File());
-  bare.Run("BEGIN");
-  for (std::size_t i = 0; i < passwords.size(); ++i) {
-    const std::string user = "INSERT INTO users VALUES('" + std::to_string(i);
-    bare.Query(user + "', 'plain_pw', ?, 'd', 'root')", {passwords[i]});
-    bare.Query(user + " salted', 'sha256', ?, 'd', 'root')", {calculate_sha_password_expression(passwords[i])});
-  }
-  bare.Run("COMMIT");
-  for (std::size_t i = 0; i < passwords.size(); ++i) {
-    const std::string& password = passwords[i];
-    const std::string altered = password.empty() ? "x" : password.substr(1) + static_cast<char>(password.front() ^ 1);
-    for (const std::string& user_id : {std::to_string(i), std::to_string(i) + " salted"}) {
-      ASSERT_TRUE(Login(user_id, password)) << user_id;
-      ASSERT_FALSE(Login(user_id, altered)) << user_id;
-      ASSERT_FALSE(Login(user_id, password + '\0')) << user_id;
+  for (const std::string& password : {""s, "a:b:c"s, "\0"s, every_byte, std::string(1 << 20, 'p')}) {
+    AddStoredUser("plain", "plain_pw", password);
+    AddStoredUser("salted", "sha256", calculate_sha_password_expression(password));
+    for (const std::string user_id : {"plain", "salted"}) {
+      EXPECT_TRUE(Login(user_id, password));
+      EXPECT_FALSE(Login(user_id, password + '\0'));
+      EXPECT_FALSE(Login(user_id, password.empty() ? "x" : password.substr(0, password.size() - 1)));
     }
+    Run("DELETE FROM users");
   }
 }
 
@@ -125,14 +117,18 @@ TEST_F(Credentials, AStoredValueDecidesByItsMethod) {
   }
 }
 
-TEST_F(Credentials, APlainPasswordThatIsNoTextAcceptsNothing) {
+TEST_F(Credentials, WhatIsNoTextInAForeignTableIsNobodysCredentialAndNobodysId) {
   Run("DROP TABLE users; CREATE TABLE users(user_id, auth_method, auth_value, create_date, create_user)");
   for (const std::string value : {"NULL", "x'78'", "x''", "7"}) {
-    Run("DELETE FROM users; INSERT INTO users VALUES('anna', 'plain_pw', " + value + ", '', '')");
+    Run("DELETE FROM users; INSERT INTO users VALUES('anna', 'plain_pw', " + value + ", '', ''), (" + value +
+        ", 'tls_client_certificate', '" + Thumbprint + "', '', '')");
     for (const std::string password : {"", "x", "eA==", "7"}) {
       EXPECT_FALSE(Login("anna", password)) << value << ", password " << password;
     }
+    EXPECT_EQ(UserOf(Thumbprint), "-") << value;
   }
+  Run("ALTER TABLE users RENAME COLUMN auth_value TO elsewhere");
+  EXPECT_FALSE(Login("anna", ""));
 }
 
 TEST_F(Credentials, ACertificateIsFoundByTheCanonicalTextOfItsThumbprintAlone) {
@@ -175,7 +171,9 @@ TEST(CredentialTexts, APairIsCutAtItsFirstColon) {
     EXPECT_EQ((std::vector<std::string>{cut, first, second}), Split(parts, '|'));
   }
   std::string itself = "a:b:c";
-  std::string first;
-  EXPECT_TRUE(SplitColonPair(itself, first, itself));
-  EXPECT_EQ(first + "|" + itself, "a|b:c");
+  std::string other;
+  EXPECT_TRUE(SplitColonPair(itself, other, itself));
+  EXPECT_EQ(other + "|" + itself, "a|b:c");
+  EXPECT_TRUE(SplitColonPair(itself, itself, other));
+  EXPECT_EQ(itself + "|" + other, "b|c");
 }

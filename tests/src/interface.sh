@@ -1,21 +1,13 @@
 #!/bin/sh
-# Compares what the two libraries export with the checked-in lists, and what the module needs with what it may.
+# What the two libraries export lies in the namespaces of their interface, and the module needs nothing but what it may.
 #   interface.sh UTIL-LIBRARY MODULE-LIBRARY
 set -eu
-export LC_ALL=C
-here=$(dirname "$0")
 status=0
 
-exported() {
-  nm -D --defined-only -C "$1" | sed -e 's/^[0-9a-f]* . //' -e 's/@@PERENNA_.*//' | grep -v '^PERENNA_.*_1$' | sort -u
-}
-
 for library in "$1" "$2"; do
-  name=$(basename "$library" .so | sed 's/\.so.*//')
-  if ! exported "$library" | diff -u "$here/$name.exports" -; then
-    echo "$name: the exported symbols (+) differ from the list (-)"
-    status=1
-  fi
+  nm -D --defined-only -C "$library" | sed -e 's/^[0-9a-f]* . //' -e 's/^\(typeinfo\|typeinfo name\|vtable\) for //' |
+    grep -Ev '^(Tarn::|Perenna::|LocalAccessManager::|calculate_sha_password_expression\(|PERENNA_)' &&
+    { echo "$library exports these"; status=1; }
 done
 
 for needed in $(readelf -d "$2" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p'); do

@@ -1,9 +1,12 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
+#include <future>
 #include <mutex>
 #include <ostream>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -77,6 +80,16 @@ public:
 
 private:
   sqlite3* m_Handle = nullptr;
+};
+
+/// Threads that try something while the calling thread is in the middle of an operation; destruction joins them.
+struct Rivals {
+  /// Whether `act` has to wait, a moment at least.
+  bool Wait(const std::function<void()>& act) {
+    threads.push_back(std::async(std::launch::async, act));
+    return threads.back().wait_for(std::chrono::milliseconds(20)) == std::future_status::timeout;
+  }
+  std::vector<std::future<void>> threads;
 };
 
 /// A dictionary of texts.
