@@ -12,26 +12,33 @@ unsigned char Lower(char character) noexcept {
 } // namespace
 
 bool EqualIgnoringCase(std::string_view left, std::string_view right) noexcept {
-  if (left.size() != right.size())
+  if (left.size() != right.size()) {
     return false;
-  for (std::size_t i = 0; i < left.size(); ++i)
-    if (left[i] != right[i] && Lower(left[i]) != Lower(right[i]))
+  }
+  for (std::size_t i = 0; i < left.size(); ++i) {
+    if (left[i] != right[i] && Lower(left[i]) != Lower(right[i])) {
       return false;
+    }
+  }
   return true;
 }
 
 const std::string* Request::Find(std::string_view name) const noexcept {
-  for (const auto& field : fields)
-    if (EqualIgnoringCase(field.name, name))
+  for (const auto& field : fields) {
+    if (EqualIgnoringCase(field.name, name)) {
       return &field.value;
+    }
+  }
   return nullptr;
 }
 
 std::size_t Request::Count(std::string_view name) const noexcept {
   std::size_t count = 0;
-  for (const auto& field : fields)
-    if (EqualIgnoringCase(field.name, name))
+  for (const auto& field : fields) {
+    if (EqualIgnoringCase(field.name, name)) {
       ++count;
+    }
+  }
   return count;
 }
 

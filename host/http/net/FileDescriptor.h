@@ -21,8 +21,9 @@ public:
   bool Valid() const noexcept { return m_Handle >= 0; }
   int Get() const noexcept { return m_Handle; }
   void Close() noexcept {
-    if (m_Handle >= 0)
+    if (m_Handle >= 0) {
       ::close(m_Handle);
+    }
     m_Handle = -1;
   }
 
