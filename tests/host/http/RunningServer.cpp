@@ -94,7 +94,7 @@ RawClient::RawClient(RunningServer& server) {
   m_Socket = Host::FileDescriptor(::socket(name.any.sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const timeval patience{5, 0};
   ::setsockopt(m_Socket.Get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-  if (::connect(m_Socket.Get(), &name.any, sizeof name) != 0) {
+  if (::connect(m_Socket.Get(), &name.any, name.any.sa_family == AF_UNIX ? sizeof name.local : sizeof name.v4) != 0) {
     throw std::runtime_error("cannot connect to " + address.Text());
   }
 }
