@@ -1,6 +1,12 @@
 # Libraries, headers, CMake package and pkg-config files.
 include(CMakePackageConfigHelpers)
 
+# Symbols and debugging information stay in the build directory; the tool alone would be a hundred times its size.
+option(PERENNA_INSTALL_STRIPPED "Strip what is installed" ON)
+if(PERENNA_INSTALL_STRIPPED)
+  install(CODE "set(CMAKE_INSTALL_DO_STRIP TRUE)")
+endif()
+
 install(TARGETS perenna-util perenna-localaccessmanager EXPORT perenna-targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/perenna

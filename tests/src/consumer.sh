@@ -1,6 +1,7 @@
 #!/bin/sh
-# Installs the libraries into a prefix of its own and builds a small host against them, as C++17 and as C++20, through
-# the CMake package and through pkg-config; compiles each installed header alone as C++17, all together as C++20.
+# Installs into a prefix, moves that elsewhere, and builds a small host against it, as C++17 and as C++20, through the
+# CMake package and through pkg-config; compiles each installed header alone as C++17, all together as C++20. The moved
+# tool runs, and nothing installed holds debugging information.
 #   consumer.sh CMAKE BUILD-DIRECTORY COMPILER
 set -eu
 cmake=$1 build=$2 compiler=$3
@@ -10,7 +11,12 @@ trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix
 warnings="-Wall -Wextra -Wpedantic -Werror"
 
-"$cmake" --install "$build" --prefix "$prefix" >"$work/log" || { cat "$work/log"; exit 1; }
+"$cmake" --install "$build" --prefix "$work/made" >"$work/log" || { cat "$work/log"; exit 1; }
+mv "$work/made" "$prefix"
+if grep -rl "$work/made" "$prefix"; then
+  echo "these files name the prefix that they were installed into"
+  exit 1
+fi
 package=$(find "$prefix" -name perenna-localaccessmanager.pc)
 libraries=$(dirname "$(dirname "$package")")
 
@@ -34,3 +40,11 @@ done
 # shellcheck disable=SC2086
 "$compiler" -std=c++20 $warnings -fsyntax-only "$work/all.cpp"
 ls "$prefix"/include/perenna
+
+for binary in "$prefix"/bin/perenna-access "$libraries"/*.so; do
+  if readelf -S -W "$binary" | grep -q ' \.debug_info '; then
+    echo "$binary is not stripped"
+    exit 1
+  fi
+done
+"$prefix/bin/perenna-access" --version
