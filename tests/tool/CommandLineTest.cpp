@@ -41,27 +41,7 @@ const std::vector<Command> Commands = {
     {"tune", "--dry-run"},
     {"export", "-"}};
 
-class CommandLine : public ToolDirectory {
-protected:
-  /// The paths of all commands, as their help lists them.
-  void ForEachCommand(const std::function<void(const Command&, const std::string& help)>& visit,
-                      const Command& path = {}) {
-    Command arguments = path;
-    arguments.emplace_back("--help");
-    const ToolResult result = RunTool("", arguments);
-    ASSERT_EQ(result.status, 0);
-    visit(path, result.out);
-    const std::size_t begin = result.out.find("\nCommands:\n");
-    std::istringstream lines(begin == std::string::npos ? "" : result.out.substr(begin + 11));
-    for (std::string line; std::getline(lines, line) && line.rfind("  ", 0) == 0;) {
-      if (line[2] != ' ') {
-        Command subcommand = path;
-        subcommand.push_back(line.substr(2, line.find(' ', 2) - 2));
-        ForEachCommand(visit, subcommand);
-      }
-    }
-  }
-};
+class CommandLine : public ToolDirectory {};
 
 TEST_F(CommandLine, EveryHelpFitsTheScreenAndIsInTheManual) {
   const std::string roff = PathBeside("perenna-access.1");

@@ -2,13 +2,11 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <regex>
 
 #include <gtest/gtest.h>
 
-#include "ToolRun.h"
-#include "support/Support.h"
+#include "ToolDirectory.h"
 
 namespace Testing {
 
@@ -16,16 +14,10 @@ namespace {
 
 constexpr const char* Password = "correct horse\n"; // typed at every prompt for a password
 
-struct Step {
+struct Shown {
   std::string command;
   std::string output;
 };
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  EXPECT_TRUE(in) << path;
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
 
 /// The lines of the fenced blocks in `language`, without their indentation.
 std::vector<std::string> FencedLines(const std::string& document, const std::string& language) {
@@ -43,8 +35,8 @@ std::vector<std::string> FencedLines(const std::string& document, const std::str
 }
 
 /// "$ " begins a command, "> " continues it, everything else is what it prints.
-std::vector<Step> Session(const std::string& document) {
-  std::vector<Step> steps;
+std::vector<Shown> Session(const std::string& document) {
+  std::vector<Shown> steps;
   for (const std::string& line : FencedLines(document, "console")) {
     if (line.rfind("$ ", 0) == 0) {
       steps.push_back({line.substr(2) + "\n", ""});
@@ -69,9 +61,9 @@ std::string Marker(std::size_t step) {
   return "@@ step " + std::to_string(step) + " @@\n";
 }
 
-std::vector<std::pair<std::string, std::string>> Dialogue(const std::vector<Step>& steps) {
+std::vector<std::pair<std::string, std::string>> Dialogue(const std::vector<Shown>& steps) {
   std::vector<std::pair<std::string, std::string>> dialogue;
-  for (const Step& step : steps) {
+  for (const Shown& step : steps) {
     std::istringstream lines(step.output);
     for (std::string line; std::getline(lines, line);) {
       for (const char* const prompt : {"New password for", "The same once more:"}) {
@@ -87,14 +79,10 @@ std::vector<std::pair<std::string, std::string>> Dialogue(const std::vector<Step
   return dialogue;
 }
 
-} // namespace
-
-class Documentation : public testing::TestWithParam<const char*> {};
-
-TEST_P(Documentation, SessionsPrintWhatTheyShow) {
-  const std::vector<Step> steps = Session(ReadFile(std::string(PERENNA_SOURCE_DIR) + "/" + GetParam()));
-  ASSERT_FALSE(steps.empty()) << GetParam() << " shows no session";
-
+/// Runs the session of a document at a terminal, in a directory of its own: each step with what it printed.
+std::vector<std::pair<Shown, std::string>> RunSession(const std::string& document) {
+  const std::vector<Shown> steps = Session(Contents(std::string(PERENNA_SOURCE_DIR) + "/" + document));
+  EXPECT_FALSE(steps.empty()) << document << " shows no session";
   const TemporaryDirectory directory;
   const std::string tool = PERENNA_ACCESS_TOOL;
   std::ofstream script(directory.File("session.sh"));
@@ -104,16 +92,72 @@ TEST_P(Documentation, SessionsPrintWhatTheyShow) {
     script << "printf '" << Marker(i).substr(0, Marker(i).size() - 1) << "\\n'\n" << steps[i].command;
   }
   script.close();
-  const ToolResult run = RunAtTerminal({"/bin/sh", directory.File("session.sh")}, Dialogue(steps));
-
-  const std::string printed = Normalised(run.out);
+  const std::string printed = Normalised(RunAtTerminal({"/bin/sh", directory.File("session.sh")}, Dialogue(steps)).out);
+  std::vector<std::pair<Shown, std::string>> run;
   for (std::size_t i = 0; i < steps.size(); ++i) {
     const std::size_t begin = printed.find(Marker(i));
-    ASSERT_NE(begin, std::string::npos) << "not reached: " << steps[i].command << printed;
-    const std::size_t end = std::min(printed.find(Marker(i + 1)), printed.size());
-    const std::size_t from = begin + Marker(i).size();
-    EXPECT_EQ(printed.substr(from, end - from), Normalised(steps[i].output)) << "$ " << steps[i].command;
+    EXPECT_NE(begin, std::string::npos) << "not reached: " << steps[i].command << printed;
+    const std::size_t from = std::min(begin, printed.size() - Marker(i).size()) + Marker(i).size();
+    run.emplace_back(steps[i], printed.substr(from, std::min(printed.find(Marker(i + 1)), printed.size()) - from));
   }
+  return run;
+}
+
+/// What is left of JSON without its values: names in their order, and types; of a list, its first element.
+std::string Shape(const nlohmann::ordered_json& json) {
+  if (json.is_array()) {
+    return "[" + (json.empty() ? "" : Shape(json.front())) + "]";
+  }
+  if (!json.is_object()) {
+    return json.type_name();
+  }
+  std::string shape = "{";
+  for (const auto& [name, value] : json.items()) {
+    shape.append(name).append(": ").append(Shape(value)).append("; ");
+  }
+  return shape + "}";
+}
+
+/// The shape of one value, or of one in each line.
+std::string ShapeOf(const std::string& text) {
+  if (nlohmann::ordered_json::accept(text)) {
+    return Shape(nlohmann::ordered_json::parse(text));
+  }
+  std::string shapes;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    shapes += (nlohmann::ordered_json::accept(line) ? Shape(nlohmann::ordered_json::parse(line)) : line) + '\n';
+  }
+  return shapes;
+}
+
+} // namespace
+
+class Documentation : public testing::TestWithParam<const char*> {};
+
+TEST_P(Documentation, SessionsPrintWhatTheyShow) {
+  for (const auto& [step, printed] : RunSession(GetParam())) {
+    EXPECT_EQ(printed, Normalised(step.output)) << "$ " << step.command;
+  }
+}
+
+TEST(JsonDocument, ShowsTheShapeOfEveryCommand) {
+  std::string commands;
+  for (const auto& [step, printed] : RunSession("docs/json.md")) {
+    commands += step.command;
+    EXPECT_EQ(ShapeOf(printed), ShapeOf(step.output)) << "$ " << step.command << printed;
+  }
+  ForEachCommand([&commands](const std::vector<std::string>& path, const std::string& help) {
+    std::string command = "perenna-access --json";
+    for (const std::string& word : path) {
+      command += " " + word;
+    }
+    const bool prints_text = path == std::vector<std::string>{"help"} || path == std::vector<std::string>{"manual"} ||
+                             path == std::vector<std::string>{"completion"};
+    EXPECT_TRUE(prints_text || help.find("\nCommands:\n") != std::string::npos ||
+                commands.find(command + " ") != std::string::npos)
+        << command << " is not shown";
+  });
 }
 
 INSTANTIATE_TEST_SUITE_P(Documents, Documentation, testing::Values("README.md", "docs/administration.md"),
@@ -126,10 +170,10 @@ INSTANTIATE_TEST_SUITE_P(Documents, Documentation, testing::Values("README.md", 
 
 TEST(Readme, QuotesTheExampleHostWordForWord) {
   std::string quoted;
-  for (const std::string& line : FencedLines(ReadFile(std::string(PERENNA_SOURCE_DIR) + "/README.md"), "cpp")) {
+  for (const std::string& line : FencedLines(Contents(std::string(PERENNA_SOURCE_DIR) + "/README.md"), "cpp")) {
     quoted += line + "\n";
   }
-  EXPECT_EQ(quoted, ReadFile(std::string(PERENNA_SOURCE_DIR) + "/examples/example_host.cpp"));
+  EXPECT_EQ(quoted, Contents(std::string(PERENNA_SOURCE_DIR) + "/examples/example_host.cpp"));
 }
 
 } // namespace Testing

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 #include "LocalAccessManager.h"
 
@@ -45,6 +46,24 @@ bool ToolDirectory::Login(const std::string& user_id, const std::string& passwor
   LocalAccessManager::UserManager manager;
   EXPECT_FALSE(manager.InitUserManager(section).Failed());
   return manager.TestUserIdAndPassword(Perenna::HTTPRequest(Perenna::METH_GET, "/"), user_id, password);
+}
+
+void ForEachCommand(const std::function<void(const std::vector<std::string>&, const std::string&)>& visit,
+                    const std::vector<std::string>& path) {
+  std::vector<std::string> arguments = path;
+  arguments.emplace_back("--help");
+  const std::string help = RunTool("", arguments).out;
+  visit(path, help);
+  const std::string heading = "\nCommands:\n";
+  const std::size_t begin = help.find(heading);
+  std::istringstream lines(begin == std::string::npos ? "" : help.substr(begin + heading.size()));
+  for (std::string line; std::getline(lines, line) && line.rfind("  ", 0) == 0;) {
+    if (line[2] != ' ') { // else the description goes on
+      std::vector<std::string> subcommand = path;
+      subcommand.push_back(line.substr(2, line.find(' ', 2) - 2));
+      ForEachCommand(visit, subcommand);
+    }
+  }
 }
 
 std::string Contents(const std::string& file) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -49,6 +50,10 @@ private:
   TemporaryDirectory m_Place;
   std::string m_File = m_Place.File("access.db");
 };
+
+/// Visits all commands, found in their help, with the words of each and its help; the program itself first.
+void ForEachCommand(const std::function<void(const std::vector<std::string>& path, const std::string& help)>& visit,
+                    const std::vector<std::string>& path = {});
 
 /// The whole of a file.
 std::string Contents(const std::string& file);
