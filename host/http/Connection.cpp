@@ -82,6 +82,7 @@ void Connection::Proceed() {
 }
 
 void Connection::Expire() {
+  m_Watch->Cancel();
   switch (m_State) {
   case State::Idle:
     return CloseGently();

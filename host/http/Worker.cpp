@@ -43,6 +43,7 @@ void Worker::CloseAll() {
   }
   m_Group.clear();
   const std::lock_guard<std::mutex> hold(m_ArrivalsMutex);
+  m_Count.fetch_sub(static_cast<unsigned>(m_Arrivals.size()), std::memory_order_relaxed);
   m_Arrivals.clear();
 }
 

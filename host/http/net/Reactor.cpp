@@ -76,4 +76,8 @@ void Watch::Wait(For what, std::shared_ptr<Waiter> waiter) {
                                           });
 }
 
+void Watch::Cancel() {
+  m_Implementation->descriptor.cancel();
+}
+
 } // namespace Host

@@ -54,6 +54,8 @@ public:
   /// Tells `waiter`, which it keeps alive until then, when the descriptor is ready or has failed; never from within the
   /// call. One wait at a time.
   void Wait(For what, std::shared_ptr<Waiter> waiter);
+  /// Ends the wait under way, if any; a waiter whose descriptor is ready already may still be told.
+  void Cancel();
 
 private:
   class Implementation;
