@@ -70,7 +70,8 @@ TN_API bool SplitColonPair(const std::string& pair_str, std::string& first, std:
 /// existence and the write after it are not atomic.
 ///
 /// Results common to all operations: Perenna::RESULT_DB_FAILURE when the database is not open, or when a statement
-/// could not be prepared or stepped or the file stayed busy. Questions answered by bool fold every failure into false.
+/// could not be prepared or stepped or the file stayed busy. Questions answered by bool fold every failure into false;
+/// rows read before a step failed still decide, unless it was memory that ran out.
 /// Expected failures never throw; a failed allocation does.
 ///
 /// Ids, methods and actions are compared byte for byte. An id ends at its first NUL, except in the checks of
@@ -86,8 +87,9 @@ public:
   /// Opens the database file named by "DatabaseFilename" in `config`, the module's own section, and creates it with
   /// its schema when no regular file stands there. An existing file is opened as it is. Not thread-safe: runs once,
   /// before any other operation.
-  /// Tarn::RESULT_OK, also when already open; Perenna::RESULT_PN_SETUP when the name is missing or the file cannot be
-  /// opened or written; Tarn::RESULT_ALLOC. After a failure the manager stays closed.
+  /// Tarn::RESULT_OK, also when already open, whatever the file holds; Perenna::RESULT_PN_SETUP when the name is
+  /// missing or holds a NUL, or the file cannot be opened or written; Tarn::RESULT_ALLOC. After a failure the manager
+  /// stays closed.
   Tarn::Result_t InitUserManager(const Perenna::PListDict& config);
 
   /// Whether there is a user of this id.
@@ -115,12 +117,13 @@ public:
   /// Whether there is a group of this id.
   bool GroupExists(const std::string& group_id);
 
-  /// Creates a group from the texts under "group_id" (ASCII letters, digits, "_" and "-") and "group_name".
+  /// Creates a group from the texts under "group_id" (ASCII letters, digits, "_" and "-") and "group_name", which are
+  /// bound by their kinds.
   /// Tarn::RESULT_FALSE when created; Tarn::RESULT_PARAM; Tarn::RESULT_FILEEXISTS; Perenna::RESULT_DB_FAILURE, also
   /// when another thread created the id meanwhile.
   Tarn::Result_t CreateGroup(const Perenna::PListDict& dict);
 
-  /// Replaces the members of a group by the existing users that `user_list` names, each once.
+  /// Replaces the members of a group by the existing users that `user_list` names, each once. Commits row by row.
   /// Tarn::RESULT_NOT_FOUND: no such group; Tarn::RESULT_PARAM, nothing changed: an item is not a text or names no
   /// user; Tarn::RESULT_OK for an empty list; else the result of the last insert, Tarn::RESULT_FALSE when it succeeded.
   Tarn::Result_t SetGroupUsers(const std::string& group_id, const Perenna::PListArray& user_list);
@@ -138,7 +141,7 @@ public:
   /// Tarn::RESULT_OK; Tarn::RESULT_FALSE when there is no filter; Perenna::RESULT_DB_FAILURE with nothing written.
   Tarn::Result_t GetFilters(Perenna::PagedResults::ResultState& page_params, Perenna::PListDict& response_document);
 
-  /// Stores a filter from "method", "group_id", "filter" and "action", exactly as given and unchecked.
+  /// Stores a filter from "method", "group_id", "filter" and "action", exactly as given and unchecked, bound by kind.
   /// Tarn::RESULT_FALSE when stored; Tarn::RESULT_PARAM: a key is missing or not a scalar.
   Tarn::Result_t CreateFilter(const Perenna::PListDict& dict);
 
@@ -154,11 +157,13 @@ public:
                            std::string& user_id);
 
   /// Whether the user may perform the request. Of the filters of the user's groups that name the method and match the
-  /// URL, one "Deny" refuses, otherwise one "Allow" grants; nothing is allowed by default.
+  /// URL, one "Deny" refuses, otherwise one "Allow" grants; nothing is allowed by default. False as well when a
+  /// filter's pattern is too big to be judged, or memory ran out.
   bool TestRequestForUser(const Perenna::HTTPRequest& request, const std::string& user_id);
 
   /// Appends to `method_set`, in ascending order, the methods that the user may perform on the request's URL, whatever
-  /// the request's own method. False, with nothing appended, when no filter of the user's groups matches the URL.
+  /// the request's own method. False, with nothing appended, when no filter of the user's groups matches the URL, and
+  /// when `TestRequestForUser` would be false for want of a judgement.
   bool GetOptionsMethods(const Perenna::HTTPRequest& request, const std::string& user_id,
                          Perenna::PListArray& method_set);
 
@@ -169,7 +174,8 @@ private:
 
 /// Creates the process's UserManager and initialises it from section "LocalAccessManager" of the host's whole
 /// configuration. The call that creates it returns the initialiser's result; every later call returns
-/// Tarn::RESULT_OK and changes nothing, also after a failure. Thread-safe.
+/// Tarn::RESULT_OK and changes nothing, also after a failure. Thread-safe; of two concurrent calls the later one may
+/// return before the file is open.
 TN_API Tarn::Result_t InitUserManager(const Perenna::PListDict& dict);
 
 /// Hands out the UserManager, the module's for the rest of the process; false, with `p` untouched, before it exists.
