@@ -5,6 +5,7 @@
 #include "directory/Failure.h"
 #include "directory/Log.h"
 #include "directory/Text.h"
+#include "platform/pattern/Cost.h"
 
 namespace AccessDirectory {
 
@@ -58,6 +59,10 @@ std::unique_ptr<Perenna::RegularExpression> CompilePattern(const std::string& pa
   if (pattern.empty() || pattern.front() == '\0') {
     fault = "empty, and an empty pattern matches nothing";
   } else if (!compiled->valid()) {
+    if (const char* const refusal = Perenna::Pattern::Judge(pattern).refusal) {
+      fault = std::string("too costly: ") + refusal;
+      return compiled;
+    }
     fault = "not a POSIX extended regular expression";
     // The log has the pattern between quotes, a colon, and the compiler's explanation.
     const auto errors = TheLog().Errors();

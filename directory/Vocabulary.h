@@ -26,7 +26,7 @@ std::string SpelledMethod(const std::string& name);
 std::string SpelledAction(const std::string& name);
 
 /// Compiles a pattern, up to its first NUL as the module does. When it never matches, `fault` becomes what it is ("not
-/// a POSIX extended regular expression: ..."); else it is emptied. Clears the log.
+/// a POSIX extended regular expression: ...", "too costly: ..."); else it is emptied. Clears the log.
 std::unique_ptr<Perenna::RegularExpression> CompilePattern(const std::string& pattern, std::string& fault);
 
 } // namespace AccessDirectory

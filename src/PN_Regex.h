@@ -11,11 +11,12 @@ namespace Perenna {
 /// A compiled POSIX extended regular expression (IEEE Std 1003.1, 9.4) with REG_NEWLINE: "^" and "$" also match at
 /// line breaks, "." and non-matching bracket lists do not match one.
 ///
-/// Patterns are hostile input, and the C library would let them exhaust the stack or memory. One that nests more than
-/// 250 groups, or whose repetition counts expand to more than 100,000 elements or 3,000 elements that may be left out
-/// or chosen between, is refused as too big; one with a back-reference ("\1", undefined in extended expressions) is
-/// refused too. The time of a match has no bound of its own: it grows with pattern and text, in bad cases with their
-/// product and more.
+/// Patterns are hostile input, and the C library would let them exhaust the stack, memory and time. One that could take
+/// more than about a second or 512 MiB to compile and to match a text of 8 KiB is refused: groups nested more than 250
+/// deep, repetitions that expand to more than 100,000 elements or whose parts can match a text in too many ways,
+/// assertions such as "^" and "\b" that are repeated or follow each other by the dozen. A back-reference ("\1", undefined
+/// in extended expressions) is compiled unless it or its group is repeated or stands beside an empty alternative, its
+/// text could end at any place, or there are more than four. In doubt a pattern is refused.
 ///
 /// Patterns are compiled and matched byte by byte, in the C locale, whatever locale the process has set: the same
 /// decision in every host.
@@ -23,8 +24,8 @@ namespace Perenna {
 /// Not copied. Tests may run on several threads at once.
 class TN_API RegularExpression {
 public:
-  /// What a test found. `Undecided`: the pattern may well match, but this library would not compile it for its size, or
-  /// memory ran out; whoever asks for the sake of a "Deny" must not take it for a no.
+  /// What a test found. `Undecided`: the pattern may well match, but this library would not compile it for its cost,
+  /// or memory ran out; whoever asks for the sake of a "Deny" must not take it for a no.
   enum class Outcome { NoMatch, Match, Undecided };
 
   /// Compiles `pattern` (up to its first NUL). One that does not compile is logged at Error as
@@ -35,7 +36,7 @@ public:
   RegularExpression& operator=(const RegularExpression&) = delete;
 
   /// Looks for a match anywhere in `text` (up to its first NUL). A pattern that the C library refuses for its syntax
-  /// gives `NoMatch`, one that is too big for this library or for the memory at hand `Undecided`.
+  /// gives `NoMatch`, one that is too costly for this library or for the memory at hand `Undecided`.
   Outcome Test(const char* text) const noexcept;
 
   /// Whether `Test` gives `Match`.

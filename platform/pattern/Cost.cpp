@@ -1,0 +1,195 @@
+#include "Cost.h"
+
+#include <algorithm>
+#include <string>
+
+#include "Network.h"
+#include "References.h"
+#include "States.h"
+#include "Tree.h"
+
+namespace Perenna::Pattern {
+
+namespace {
+
+// A second and 512 MiB, less what is not counted.
+constexpr double MaximumSeconds = 0.75;
+constexpr double MaximumBytes = 480.0 * 1024 * 1024;
+/// Of the C library's nodes, with their part of its syntax tree.
+constexpr double ElementBytes = 400;
+/// Of its lists of nodes that are reachable without matching a byte; of the lists in both directions that it makes for
+/// a pattern with groups.
+constexpr double ListedBytes = 8;
+constexpr double ListedSeconds = 5e-9;
+constexpr double ListedBothWaysBytes = 14;
+constexpr double ListedBothWaysSeconds = 13e-9;
+
+/// Sees at a glance that a pattern cannot be costly: short, loops over single characters only, few of them, with
+/// next to nothing behind them that could be either this or that. Its states are then few, whatever the text.
+class Glance {
+public:
+  static bool IsPlain(std::string_view pattern) {
+    if (pattern.size() > MaximumBytes) {
+      return false;
+    }
+    Glance glance;
+    for (std::size_t at = 0; at < pattern.size(); ++at) {
+      if (!glance.Take(pattern, at)) {
+        return false;
+      }
+    }
+    return glance.m_loops <= MaximumLoops && glance.m_choices <= MaximumChoices && glance.m_wild <= MaximumWild &&
+           glance.m_ends <= MaximumEnds;
+  }
+
+private:
+  enum class After : std::uint8_t { Character, Group, Other };
+
+  static constexpr std::size_t MaximumBytes = 200;
+  static constexpr unsigned MaximumLoops = 4;
+  static constexpr unsigned MaximumChoices = 5;
+  static constexpr unsigned MaximumWild = 2;
+  static constexpr unsigned MaximumEnds = 2;
+
+  bool Take(std::string_view pattern, std::size_t& at) {
+    switch (pattern[at]) {
+    case '{':
+      return false;
+    case '^':
+      return at == 0;
+    case '$':
+      ++m_ends;
+      return true;
+    case '(':
+      ++m_choices;
+      m_after = After::Other;
+      return true;
+    case ')':
+      m_after = After::Group;
+      return true;
+    case '*':
+    case '+':
+      ++m_loops;
+      return Repeat(After::Character);
+    case '?':
+      ++m_choices;
+      return m_after == After::Group ? Repeat(After::Group) : Repeat(After::Character);
+    case '[':
+      return SkipList(pattern, at) && TakeWild(pattern, at);
+    case '.':
+      return TakeWild(pattern, at);
+    case '\\':
+      ++at;
+      m_after = After::Character;
+      return at < pattern.size() && std::string_view(".-+*?()[]{}|^$/\\").find(pattern[at]) != std::string_view::npos;
+    default:
+      m_after = After::Character;
+      return true;
+    }
+  }
+
+  bool Repeat(After expected) {
+    const bool fits = m_after == expected;
+    m_after = After::Other;
+    return fits;
+  }
+
+  /// A character of several bytes to choose from: harmless where it is a loop, or where every text comes to it alike.
+  bool TakeWild(std::string_view pattern, std::size_t at) {
+    const char next = at + 1 < pattern.size() ? pattern[at + 1] : '\0';
+    const bool loop = next == '*' || next == '+';
+    m_wild += loop || (m_loops == 0 && m_choices == 0 && next != '?') ? 0 : 1;
+    m_after = After::Character;
+    return true;
+  }
+
+  /// To the list's "]"; false for one with classes.
+  static bool SkipList(std::string_view pattern, std::size_t& at) {
+    at += at + 1 < pattern.size() && pattern[at + 1] == '^' ? 2 : 1;
+    const std::size_t end = pattern.find_first_of("[]", std::min(at + 1, pattern.size()));
+    const bool plain = end != std::string_view::npos && pattern[end] == ']' && pattern[at] != '[';
+    at = end;
+    return plain;
+  }
+
+  After m_after = After::Other;
+  unsigned m_loops = 0;
+  unsigned m_choices = 0;
+  unsigned m_wild = 0;
+  unsigned m_ends = 0;
+};
+
+/// Bytes of the longest match; `SubjectBytes` stands for more too.
+std::size_t LongestMatch(const Tree& tree) {
+  std::vector<std::size_t> longest(tree.Size(), 0);
+  for (NodeIndex index = 0; index < tree.Size(); ++index) {
+    const Node& node = tree[index];
+    std::size_t bytes = 0;
+    for (NodeIndex child = node.first_child; child != NoNode; child = tree[child].next_sibling) {
+      bytes = node.kind == Kind::Alternatives ? std::max(bytes, longest[child]) : bytes + longest[child];
+    }
+    if (node.kind == Kind::Repetition) {
+      bytes *= std::min<std::size_t>(node.maximum, SubjectBytes);
+    } else if (node.kind == Kind::Reference) {
+      bytes = SubjectBytes;
+    } else if (node.kind == Kind::Literal || node.kind == Kind::Set) {
+      bytes = 1;
+    }
+    longest[index] = std::min(bytes, SubjectBytes);
+  }
+  return longest[tree.Root()];
+}
+
+const char* JudgeTree(const Tree& tree) {
+  const Network network(tree);
+  if (!network.Complete()) {
+    return "too much of it can be passed without matching a character, by repetitions inside repetitions or by "
+           "assertions";
+  }
+  const auto listed = static_cast<double>(network.ListedNodes());
+  const bool groups = tree.Groups() > 0;
+  const Needs limit{MaximumSeconds - listed * (groups ? ListedBothWaysSeconds : ListedSeconds),
+                    MaximumBytes - static_cast<double>(network.Size()) * ElementBytes -
+                        listed * (groups ? ListedBothWaysBytes : ListedBytes)};
+  States states(tree, network);
+  const std::size_t longest = LongestMatch(tree);
+  const Needs bound = states.Bound(SubjectBytes, longest);
+  Needs needs;
+  if ((bound.seconds <= limit.seconds && bound.bytes <= limit.bytes) ||
+      states.Explore(SubjectBytes, longest, limit, needs)) {
+    return nullptr;
+  }
+  return "a text can match parts of it in too many ways at once";
+}
+
+} // namespace
+
+Judgement Judge(std::string_view pattern) {
+  Judgement judgement;
+  pattern = pattern.substr(0, pattern.find('\0'));
+  if (Glance::IsPlain(pattern)) {
+    return judgement;
+  }
+  const Tree tree = Tree::Read(pattern);
+  if (tree.GetFault() == Fault::TooDeep) {
+    judgement.refusal = "its groups or repetitions stand too deep inside each other";
+    return judgement;
+  }
+  // What stands before a fault is made all the same.
+  if (tree.GetFault() == Fault::TooLong || ExpandedSizes(tree)[tree.Root()] > MaximumElements) {
+    judgement.refusal = "written out, its repetitions are too long";
+    return judgement;
+  }
+  judgement.malformed = tree.GetFault() == Fault::Malformed;
+  if (judgement.malformed) {
+    return judgement;
+  }
+  judgement.refusal = JudgeReferences(tree);
+  judgement.for_reference = judgement.refusal != nullptr;
+  if (judgement.refusal == nullptr) {
+    judgement.refusal = JudgeTree(tree);
+  }
+  return judgement;
+}
+
+} // namespace Perenna::Pattern

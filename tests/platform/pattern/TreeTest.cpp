@@ -1,0 +1,85 @@
+// What a pattern says: the C library is the measure.
+
+#include <random>
+
+#include <regex.h>
+
+#include "platform/pattern/Tree.h"
+
+using namespace Perenna::Pattern;
+
+namespace {
+
+/// The bytes that match when they are the whole text.
+CharacterSet MatchedBytes(const regex_t& regex) {
+  CharacterSet matched;
+  for (unsigned byte = 1; byte < matched.size(); ++byte) {
+    const char text[2] = {static_cast<char>(byte), '\0'};
+    matched.set(byte, regexec(&regex, text, 0, nullptr, 0) == 0);
+  }
+  return matched;
+}
+
+} // namespace
+
+TEST(PatternTree, TakesWhatTheLibraryTakes) {
+  const char* const parts[] = {
+      "a",   "(",   ")",         "*",     "+",     "?",   "{",   "}",   "{1}", "{2,}",    "{,2}",    "{0}",
+      "{,}", ",",   "0",         "|",     "^",     "$",   ".",   "[",   "]",   "[a",      "-",       "^]",
+      "[^",  "---", "[:alpha:]", "[=a=]", "[.-.]", "[:",  "\\",  "\\1", "\\2", "/",       "\\b",     "\\<",
+      "\\`", "\\w", "\\W",       "\\s",   "\\S",   "\\0", "\\,", "\n",  "z",   "[[:x:]]", "{32768}", "\xff"};
+  constexpr unsigned Seed = 1;
+  std::mt19937 random(Seed);
+  int taken = 0;
+  for (int round = 0; round < 20000; ++round) {
+    std::string pattern;
+    for (auto length = random() % 7 + 1; length > 0; --length) {
+      pattern += parts[random() % std::size(parts)];
+    }
+    const Tree tree = Tree::Read(pattern);
+    regex_t regex;
+    const bool takes = regcomp(&regex, pattern.c_str(), REG_EXTENDED | REG_NEWLINE) == 0;
+    ASSERT_EQ(tree.GetFault() == Fault::None, takes) << pattern;
+    if (takes) {
+      ++taken;
+      EXPECT_EQ(tree.Groups(), regex.re_nsub) << pattern;
+      const Node& root = tree[tree.Root()];
+      if (root.kind == Kind::Set || root.kind == Kind::Literal) {
+        EXPECT_EQ(tree.Characters(root), MatchedBytes(regex)) << pattern;
+      }
+      regfree(&regex);
+    }
+  }
+  EXPECT_GT(taken, 1000);
+}
+
+TEST(PatternTree, LiteralBeginningAndTopAlternatives) {
+  const std::tuple<const char*, const char*, std::size_t> cases[] = {{"^/articles(/|$)", "/articles", 1},
+                                                                     {"^/a\\.b*", "/a.", 1},
+                                                                     {"^/ab?", "/a", 1},
+                                                                     {"^/a[b]", "/a", 1},
+                                                                     {"/a", "", 1},
+                                                                     {"^/a|/b", "", 2},
+                                                                     {"^(/a)", "", 1},
+                                                                     {"^", "", 1},
+                                                                     {"a||(b|c)", "", 3},
+                                                                     {"^/a\\b", "/a", 1},
+                                                                     {"^/a+(", "", 1},
+                                                                     {"", "", 1},
+                                                                     {"^a{0}b", "", 1}};
+  for (const auto& [pattern, beginning, alternatives] : cases) {
+    const Tree tree = Tree::Read(pattern);
+    EXPECT_EQ(tree.LiteralBeginning(), beginning) << pattern;
+    EXPECT_EQ(tree.TopAlternatives().size(), alternatives) << pattern;
+  }
+}
+
+TEST(PatternTree, EscapesHaveTheirPlaces) {
+  const Tree tree = Tree::Read("a\\d[\\w]\\1");
+  const auto& escapes = tree.Escapes();
+  ASSERT_EQ(escapes.size(), 3U);
+  EXPECT_TRUE(escapes[0].byte == 'd' && escapes[0].span.begin == 1 && escapes[0].span.end == 3);
+  EXPECT_TRUE(escapes[1].byte == 'w' && escapes[1].in_bracket_list);
+  EXPECT_EQ(tree.GetFault(), Fault::Malformed); // there is no group 1
+  EXPECT_EQ(tree.End(), 8U);
+}
