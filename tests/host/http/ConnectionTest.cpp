@@ -106,7 +106,7 @@ TEST(Connection, RequestsReadInOneTurnAreOneGroup) {
   for (const auto& client : clients) {
     EXPECT_EQ(Body(client->ReadAnswer()), "GET /a \n");
   }
-  EXPECT_EQ(server.TheSeen().groups.back(), 8U);
+  EXPECT_EQ(server.SoFar().groups.back(), 8U);
 }
 
 TEST(Connection, SlowOnesAreEndedWhileOthersAreServed) {
@@ -131,7 +131,7 @@ TEST(Connection, SlowOnesAreEndedWhileOthersAreServed) {
   EXPECT_EQ(body.ReadToEnd().substr(0, 13), "HTTP/1.1 408 ");
   EXPECT_NE(reader.ReadToEnd().find("(reset)"), std::string::npos);
   EXPECT_EQ(other.ReadToEnd(), "") << "idle for too long";
-  EXPECT_EQ(server.TheSeen().refused, (std::vector<unsigned>{408, 408}));
+  EXPECT_EQ(server.SoFar().refused, (std::vector<unsigned>{408, 408}));
 }
 
 TEST(Connection, IdleOnesMakeRoomForNewOnes) {
@@ -188,8 +188,8 @@ TEST(Connection, SocketFilesAreReplacedOnlyWhenStale) {
     EXPECT_THROW(RunningServer second(settings), AccessDirectory::Failure);
     RawClient client(server);
     EXPECT_EQ(Body(client.Send("GET /a" + End).ReadAnswer()), "GET /a \n");
-    EXPECT_TRUE(server.TheSeen().requests.front().peer.unix_domain);
-    EXPECT_EQ(server.TheSeen().requests.front().peer.user, ::getuid());
+    EXPECT_TRUE(server.SoFar().requests.front().peer.unix_domain);
+    EXPECT_EQ(server.SoFar().requests.front().peer.user, ::getuid());
   }
   EXPECT_NE(::access(path.c_str(), F_OK), 0) << "removed at the end";
   EXPECT_THROW(RunningServer(RunningServer::Settings("unix:/dev/null")), AccessDirectory::Failure);

@@ -105,8 +105,8 @@ TEST(Malformed, IsRefusedAndNothingAfterItIsRead) {
     EXPECT_NE(answer.find("\r\nConnection: close\r\n"), std::string::npos) << answer;
     EXPECT_EQ(answer.find("HTTP/1.1", 1), std::string::npos) << answer;
   }
-  EXPECT_EQ(server.Handled(), 0U);
-  EXPECT_EQ(server.TheSeen().refused.size(), std::size(Table));
+  EXPECT_EQ(server.SoFar().requests.size(), 0U);
+  EXPECT_EQ(server.SoFar().refused.size(), std::size(Table));
 }
 
 } // namespace Testing

@@ -15,17 +15,17 @@ namespace {
 
 class EchoHandler : public Host::Handler {
 public:
-  explicit EchoHandler(Seen& seen) : m_Seen(seen) {}
+  EchoHandler(Seen& seen, std::mutex& mutex) : m_Seen(seen), m_Mutex(mutex) {}
 
   Body OnHead(const Host::Request& request) override { return request.target == "/ignore" ? Body::Ignore : Body::Read; }
   std::size_t BodyLimit(const Host::Request&) override { return 100; }
   void BeginGroup() override {
-    const std::lock_guard<std::mutex> hold(m_Seen.mutex);
+    const std::lock_guard<std::mutex> hold(m_Mutex);
     m_Seen.groups.push_back(0);
   }
   Host::Response Handle(const Host::Request& request) override {
     {
-      const std::lock_guard<std::mutex> hold(m_Seen.mutex);
+      const std::lock_guard<std::mutex> hold(m_Mutex);
       m_Seen.requests.push_back(request);
       ++m_Seen.groups.back();
     }
@@ -46,12 +46,13 @@ public:
     return response;
   }
   void OnRefused(unsigned status, const Host::Peer&) override {
-    const std::lock_guard<std::mutex> hold(m_Seen.mutex);
+    const std::lock_guard<std::mutex> hold(m_Mutex);
     m_Seen.refused.push_back(status);
   }
 
 private:
   Seen& m_Seen;
+  std::mutex& m_Mutex;
 };
 
 } // namespace
@@ -67,13 +68,13 @@ Host::ServerSettings RunningServer::Settings(const std::string& address) {
 }
 
 RunningServer::RunningServer(Host::ServerSettings settings)
-    : m_Server(std::move(settings), [this](unsigned) { return std::make_unique<EchoHandler>(m_Seen); }) {
+    : m_Server(std::move(settings), [this](unsigned) { return std::make_unique<EchoHandler>(m_Seen, m_Mutex); }) {
   m_Server.Start();
 }
 
-std::size_t RunningServer::Handled() {
-  const std::lock_guard<std::mutex> hold(m_Seen.mutex);
-  return m_Seen.requests.size();
+Seen RunningServer::SoFar() {
+  const std::lock_guard<std::mutex> hold(m_Mutex);
+  return m_Seen;
 }
 
 RawClient::RawClient(RunningServer& server) {

@@ -13,7 +13,6 @@ namespace Testing {
 
 /// What the handlers of a server saw, from all threads.
 struct Seen {
-  std::mutex mutex;
   std::vector<Host::Request> requests;
   std::vector<unsigned> refused;
   std::vector<std::size_t> groups; // requests in each
@@ -31,11 +30,11 @@ public:
 
   Host::Server& operator*() { return m_Server; }
   Host::Server* operator->() { return &m_Server; }
-  Seen& TheSeen() { return m_Seen; }
-  std::size_t Handled();
+  Seen SoFar();
 
 private:
-  Seen m_Seen;
+  std::mutex m_Mutex;
+  Seen m_Seen; // guarded by m_Mutex
   Host::Server m_Server;
 };
 

@@ -46,20 +46,19 @@ TEST(Tls, ServesClientsWithAndWithoutACertificateAndNothingOld) {
 
   const std::string plain = Shell(ask + "-tls1_2 -alpn h2,http/1.1 | tail -c 2000");
   EXPECT_NE(plain.find("\r\n\r\nGET /end \n"), std::string::npos) << plain;
-  EXPECT_EQ(server.TheSeen().requests.back().peer.certificate_der, "");
-  EXPECT_TRUE(server.TheSeen().requests.back().peer.tls);
+  EXPECT_EQ(server.SoFar().requests.back().peer.certificate_der, "");
+  EXPECT_TRUE(server.SoFar().requests.back().peer.tls);
 
   Shell(ask + "-cert " + certificate + " -key " + key);
   Shell("openssl x509 -outform der -in " + certificate + " -out " + place.File("d"));
   std::ifstream der(place.File("d"), std::ios::binary);
-  EXPECT_EQ(server.TheSeen().requests.back().peer.certificate_der,
-            std::string(std::istreambuf_iterator<char>(der), {}));
+  EXPECT_EQ(server.SoFar().requests.back().peer.certificate_der, std::string(std::istreambuf_iterator<char>(der), {}));
 
-  const auto handled = server.Handled();
+  const auto handled = server.SoFar().requests.size();
   Shell(ask + "-tls1_1 -cipher ALL:@SECLEVEL=0");
   Shell(ask + "-alpn h2");
   RawClient(server).Send("GET / HTTP/1.1\r\nHost: a\r\n\r\n").ReadToEnd();
-  EXPECT_EQ(server.Handled(), handled);
+  EXPECT_EQ(server.SoFar().requests.size(), handled);
 
   // Files that do not fit together leave what works; new ones take over.
   Shell("openssl genpkey -algorithm ed25519 -out " + key);
