@@ -10,6 +10,13 @@
 
 namespace Testing {
 
+Arguments::Arguments(const char* line) {
+  std::istringstream words(line);
+  for (std::string word; words >> word;) {
+    push_back(word);
+  }
+}
+
 void ToolDirectory::SetUp() {
   const ToolResult made = Tool({"init", "--user", "root", "--password-stdin", "--no-administrators"}, "root\n");
   ASSERT_EQ(made.status, 0) << made.err;
@@ -33,7 +40,7 @@ void ToolDirectory::Run(const std::vector<Step>& steps) const {
   }
 }
 
-nlohmann::ordered_json ToolDirectory::Json(std::vector<std::string> arguments, int status) const {
+nlohmann::ordered_json ToolDirectory::Json(Arguments arguments, int status) const {
   arguments.insert(arguments.begin(), "--json");
   const ToolResult result = Tool(arguments);
   EXPECT_EQ(result.status, status) << ::testing::PrintToString(arguments) << '\n' << result.err;

@@ -12,9 +12,16 @@
 
 namespace Testing {
 
+/// The words of a command line; one text is taken apart at its blanks.
+struct Arguments : std::vector<std::string> {
+  using std::vector<std::string>::vector;
+  Arguments(std::vector<std::string> words) : std::vector<std::string>(std::move(words)) {} // NOLINT: reads well
+  Arguments(const char* line);                                                              // NOLINT: the same
+};
+
 /// A run of the tool and what is expected of it.
 struct Step {
-  std::vector<std::string> arguments;
+  Arguments arguments;
   int status = 0;
   std::string out;        ///< all of standard output
   std::string error;      ///< a part of standard error; empty: nothing was written there
@@ -30,13 +37,13 @@ protected:
   std::string PathBeside(const std::string& name) const { return m_Place.File(name); }
   std::string Place() const { return m_Place.Path(); }
 
-  ToolResult Tool(const std::vector<std::string>& arguments, const std::string& input = {}) const {
+  ToolResult Tool(const Arguments& arguments, const std::string& input = {}) const {
     return RunTool(m_File, arguments, input);
   }
   /// Runs the tool as often as there are steps.
   void Run(const std::vector<Step>& steps) const;
   /// The output of a run with --json, which must end with `status`.
-  nlohmann::ordered_json Json(std::vector<std::string> arguments, int status = 0) const;
+  nlohmann::ordered_json Json(Arguments arguments, int status = 0) const;
 
   /// Past the tool.
   void Sql(const std::string& statements) const { BareDatabase(m_File).Run(statements); }
