@@ -31,11 +31,12 @@ void ReportError(ErrorForm form, ExitStatus status, const std::string& message, 
     std::cerr << "perenna-access: " << (line ? "line " + std::to_string(*line) + ": " : "") << message << '\n';
     return;
   }
-  Json error = {{"kind", Kind(status)}, {"status", static_cast<int>(status)}, {"message", JsonText(message)}};
+  Json report;
+  report["error"] = {{"kind", Kind(status)}, {"status", static_cast<int>(status)}, {"message", JsonText(message)}};
   if (line) {
-    error["line"] = *line;
+    report["error"]["line"] = *line;
   }
-  std::cerr << Json({{"error", std::move(error)}}).dump(-1, ' ', true) << '\n';
+  std::cerr << report.dump(-1, ' ', true) << '\n';
 }
 
 void Warn(const std::string& message) {
