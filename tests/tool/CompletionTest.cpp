@@ -21,9 +21,8 @@ class Completion : public ToolDirectory {
 protected:
   void SetUp() override {
     ToolDirectory::SetUp();
-    Sql("INSERT INTO users SELECT column1, 'plain_pw', 'x', '', '' FROM (VALUES('alice'), ('ann@example.org'), ('an "
-        "n'),"
-        "('$(touch pwned)'), ('a;b'), ('a' || char(27) || '[2J'), ('-a'), ('a\xc3\xa9'), (''), ('a*'));"
+    Sql("INSERT INTO users SELECT column1, 'plain_pw', 'x', '', '' FROM (VALUES('alice'), ('ann@example.org'),"
+        "('an n'), ('$(touch pwned)'), ('a;b'), ('a' || char(27) || '[2J'), ('-a'), ('a\xc3\xa9'), (''), ('a*'));"
         "INSERT INTO groups VALUES('editors', 'e'), ('readers', 'r')");
   }
 
@@ -36,10 +35,7 @@ protected:
     std::istringstream lines(result.out);
     std::string line;
     std::getline(lines, line);
-    Words offered;
-    if (line == "files") {
-      offered.push_back(line);
-    }
+    Words offered(line == "files" ? 1 : 0, line);
     while (std::getline(lines, line)) {
       offered.push_back(line.substr(0, line.find('\t')));
     }
@@ -49,13 +45,11 @@ protected:
 
   /// What bash offers for a command line with the cursor at its end.
   std::string AskBash(const std::string& line) const {
-    const std::string script = "source <(\"$0\" completion bash); COMP_LINE=$1; COMP_POINT=${#1}; COMP_WORDS=(\"$0\");"
+    const std::string script = "export PERENNA_ACCESS_DATABASE=$2; source <(\"$0\" completion bash); COMP_LINE=$1; "
+                               "COMP_POINT=${#1}; COMP_WORDS=(\"$0\");"
                                "readline_word=${1##*[[:space:]=\\\"\\'<>|:]};"
                                "_perenna_access perenna-access \"$readline_word\" x; printf '<%s>' \"${COMPREPLY[@]}\"";
-    return RunAtTerminal({"/usr/bin/env", "bash", "-c", "export PERENNA_ACCESS_DATABASE='" + File() + "';" + script,
-                          PERENNA_ACCESS_TOOL, line},
-                         {})
-        .out;
+    return RunAtTerminal({"/usr/bin/env", "bash", "-c", script, PERENNA_ACCESS_TOOL, line, File()}, {}).out;
   }
 };
 
