@@ -112,20 +112,22 @@ TEST(Connection, RequestsReadInOneTurnAreOneGroup) {
 TEST(Connection, SlowOnesAreEndedWhileOthersAreServed) {
   auto settings = RunningServer::Settings();
   settings.idle = milliseconds(1200);
+  settings.linger = milliseconds(60000);
   RunningServer server(settings);
   RawClient head(server);
   RawClient body(server);
   RawClient reader(server);
   RawClient other(server);
   head.Send("GET /a HTTP/1.1\r\nHost");
-  body.Send("POST /a HTTP/1.1\r\nHost: a\r\nContent-Length: 90\r\n\r\n1");
+  body.Send("POST /a HTTP/1.1\r\nHost: a\r\nContent-Length: 99\r\n\r\n1");
   reader.Send("GET /big" + End);
   const auto start = Clock::now();
-  for (; Clock::now() - start < milliseconds(1500); ::usleep(50000)) {
+  for (; server.SoFar().refused.size() < 2 && Clock::now() - start < milliseconds(4000); ::usleep(50000)) {
     head.Send(":");
     body.Send("2");
     EXPECT_EQ(Body(other.Send("GET /a" + End).ReadAnswer()), "GET /a \n");
   }
+  ::usleep(50000);
   EXPECT_EQ(server->Connections(), 3U) << "the reader's is gone, those refused linger";
   EXPECT_EQ(head.ReadToEnd().substr(0, 13), "HTTP/1.1 408 ");
   EXPECT_EQ(body.ReadToEnd().substr(0, 13), "HTTP/1.1 408 ");
