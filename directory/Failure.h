@@ -22,4 +22,10 @@ private:
   Kind m_Kind;
 };
 
+/// There is no file where a database was looked for.
+class NoDatabase : public Failure {
+public:
+  explicit NoDatabase(const std::string& message) : Failure(Kind::System, message) {}
+};
+
 } // namespace AccessDirectory

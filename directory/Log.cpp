@@ -2,9 +2,6 @@
 
 #include <array>
 #include <cstdio>
-#include <iostream>
-
-#include "directory/Text.h"
 
 namespace AccessDirectory {
 
@@ -40,7 +37,7 @@ bool Log::TimedOut() {
 }
 
 void Log::VLog(Tarn::LogType_t level, const char* format, std::va_list arguments) {
-  if (level != Tarn::LOG_ERROR && level != Tarn::LOG_DEBUG && !m_Verbose) {
+  if (level != Tarn::LOG_ERROR && level != Tarn::LOG_DEBUG && !m_Follower) {
     return;
   }
   std::array<char, MaximumLineBytes> buffer{};
@@ -56,8 +53,8 @@ void Log::VLog(Tarn::LogType_t level, const char* format, std::va_list arguments
     m_Errors.push_back(line);
   }
   m_TimedOut = m_TimedOut || line == "Locked database, timed out.";
-  if (m_Verbose) {
-    std::cerr << "perenna-access: log: " << Shown(line, Backslash::Kept) << '\n';
+  if (m_Follower) {
+    m_Follower(line);
   }
 }
 

@@ -1,15 +1,17 @@
 #pragma once
 
+#include <functional>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "TN_log.h"
 
 namespace AccessDirectory {
 
-/// Receives the log lines of the libraries. An error becomes part of the message of the command that it stops; with
-/// `verbose` every line also goes to standard error, escaped. Thread-safe.
+/// Receives the log lines of the libraries. An error becomes part of the message of the operation that it stops.
+/// Thread-safe.
 class Log : public Tarn::ILogSink {
 public:
   /// Installs itself; gives way to the built-in sink when it ends.
@@ -18,7 +20,9 @@ public:
   Log(const Log&) = delete;
   Log& operator=(const Log&) = delete;
 
-  void SetVerbose(bool verbose) noexcept { m_Verbose = verbose; }
+  /// Called with every line, of any level and without its line end. Set before other threads log.
+  using Follower = std::function<void(const std::string& line)>;
+  void SetFollower(Follower follower) { m_Follower = std::move(follower); }
 
   /// Forgets what was logged so far.
   void Clear();
@@ -33,7 +37,7 @@ private:
   std::mutex m_Mutex;
   std::vector<std::string> m_Errors;
   bool m_TimedOut = false;
-  bool m_Verbose = false;
+  Follower m_Follower;
 };
 
 /// The process's own.

@@ -29,7 +29,7 @@ std::string DatabaseError() {
 } // namespace
 
 Module::Module(const std::string& file) : m_File(file) {
-  { const Database check(file, Database::Access::Read); }
+  { const Database check(file, Database::Access::Write); } // the module shares the file even to read it
   Perenna::PListDict section;
   section.SetValue(LocalAccessManager::Strings::DatabaseFilename, file);
   TheLog().Clear();

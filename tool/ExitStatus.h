@@ -26,4 +26,10 @@ inline ExitStatus StatusOf(const Failure& failure) noexcept {
   return ExitStatus::Failed;
 }
 
+/// The failure, with what the tool can do about it.
+inline std::string TextOf(const Failure& failure) {
+  const bool missing = dynamic_cast<const NoDatabase*>(&failure) != nullptr;
+  return failure.what() + std::string(missing ? "; \"perenna-access --database FILE init\" creates one" : "");
+}
+
 } // namespace Tool

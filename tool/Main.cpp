@@ -1,6 +1,8 @@
+#include <cerrno>
 #include <iostream>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <poll.h>
@@ -94,7 +96,11 @@ public:
       return Tool::ExitStatus::Usage;
     }
     m_Errors = m_Context.Errors();
-    AccessDirectory::TheLog().SetVerbose(m_Context.IsVerbose());
+    if (m_Context.IsVerbose()) {
+      AccessDirectory::TheLog().SetFollower([](const std::string& line) {
+        std::cerr << "perenna-access: log: " << AccessDirectory::Shown(line, AccessDirectory::Backslash::Kept) << '\n';
+      });
+    }
     return m_Context.Run();
   }
 
@@ -123,9 +129,11 @@ Tool::ExitStatus RunAndFlush(Program& program, const std::vector<std::string>& a
     std::cout.flush();
     return status;
   } catch (const std::ios_base::failure&) {
+    const int reason = errno; // of the write that failed
     std::cout.exceptions(std::ios::goodbit);
     if (!ReaderIsGone()) {
-      program.Report(Tool::ExitStatus::Failed, "the output could not be written");
+      program.Report(Tool::ExitStatus::Failed,
+                     "the output could not be written: " + std::generic_category().message(reason));
     }
     return Tool::ExitStatus::Failed;
   }
@@ -142,7 +150,7 @@ Tool::ExitStatus RunToAnEnd(Program& program, const std::vector<std::string>& ar
     message = "cancelled";
   } catch (const AccessDirectory::Failure& failure) {
     status = Tool::StatusOf(failure);
-    message = failure.what();
+    message = Tool::TextOf(failure);
   } catch (const std::bad_alloc&) {
     message = "memory ran out";
   } catch (const std::exception& error) {

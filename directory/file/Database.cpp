@@ -2,6 +2,7 @@
 
 #include <array>
 #include <new>
+#include <system_error>
 
 #include "TN_memio.h"
 #include "TN_util.h"
@@ -31,38 +32,76 @@ constexpr std::array<const char*, 4> TableProbes = {
 Database::Database(const std::string& file, Access access) : m_File(file) {
   RequireFileName(file);
   if (!Tarn::PathIsFile(file)) {
-    throw Failure(Failure::Kind::System,
-                  "the database " + Quoted(file) +
-                      " does not exist or is not a file; \"perenna-access --database FILE init\" "
-                      "creates one");
+    throw NoDatabase("the database " + Quoted(file) + " does not exist or is not a file");
   }
+  Open();
+  int probed = Probe();
+  if (access == Access::Read && LacksSharedMemory(probed)) {
+    // A tuned file on a full disk, say. A connection that has the file to itself shares no memory: SQLite makes sure
+    // that there is no other, and keeps others out until the end of this one.
+    const std::string reason = SqliteReason(Handle());
+    Open();
+    sqlite3_exec(Handle(), "PRAGMA locking_mode = EXCLUSIVE", nullptr, nullptr, nullptr);
+    if (Probe() != SQLITE_OK) {
+      ThrowUnshared(reason);
+    }
+    probed = SQLITE_OK;
+  }
+  if (LacksSharedMemory(probed)) {
+    ThrowUnshared(SqliteReason(Handle()));
+  }
+  if (probed == SQLITE_ERROR || probed == SQLITE_NOTADB || probed == SQLITE_CORRUPT) {
+    throw Failure(Failure::Kind::System,
+                  "the file " + Quoted(file) + " is not an access database: " + Shown(sqlite3_errmsg(Handle())));
+  }
+  if (probed != SQLITE_OK) {
+    Fail();
+  }
+  sqlite3_busy_timeout(Handle(), BusyMilliseconds);
+  if (access == Access::Read) {
+    sqlite3_exec(Handle(), "PRAGMA query_only = ON", nullptr, nullptr, nullptr); // cannot fail: touches no file
+  }
+}
+
+void Database::Open() {
+  m_Handle.reset(); // before another connection looks at the file
   sqlite3* handle = nullptr;
   // For reading too: after a crash, the first reader rolls back what was half written. A file that may not be written
   // is opened for reading all the same.
-  const int opened = sqlite3_open_v2(file.c_str(), &handle, SQLITE_OPEN_READWRITE, nullptr);
+  const int opened = sqlite3_open_v2(m_File.c_str(), &handle, SQLITE_OPEN_READWRITE, nullptr);
   m_Handle.reset(handle);
   if (handle == nullptr) {
     throw std::bad_alloc();
   }
   if (opened != SQLITE_OK) {
-    throw Failure(Failure::Kind::System, "cannot open the database " + Quoted(file) + ": " + sqlite3_errmsg(handle));
+    throw Failure(Failure::Kind::System, "cannot open the database " + Quoted(m_File) + ": " + SqliteReason(handle));
   }
-  sqlite3_busy_timeout(handle, ProbeBusyMilliseconds);
+}
+
+int Database::Probe() {
+  TheLog().Clear();
+  sqlite3_busy_timeout(Handle(), ProbeBusyMilliseconds);
   for (const char* const probe : TableProbes) {
-    TheLog().Clear();
-    const int rc = sqlite3_exec(handle, probe, nullptr, nullptr, nullptr);
-    if (rc == SQLITE_ERROR || rc == SQLITE_NOTADB || rc == SQLITE_CORRUPT) {
-      throw Failure(Failure::Kind::System,
-                    "the file " + Quoted(file) + " is not an access database: " + Shown(sqlite3_errmsg(handle)));
-    }
-    if (rc != SQLITE_OK) {
-      Fail();
+    const int code = sqlite3_exec(Handle(), probe, nullptr, nullptr, nullptr);
+    if (code != SQLITE_OK) {
+      return code;
     }
   }
-  sqlite3_busy_timeout(handle, BusyMilliseconds);
-  if (access == Access::Read) {
-    sqlite3_exec(handle, "PRAGMA query_only = ON", nullptr, nullptr, nullptr); // cannot fail: touches no file
-  }
+  return SQLITE_OK;
+}
+
+/// Whether the last statement failed because the memory could not be made that a write-ahead log is shared through.
+bool Database::LacksSharedMemory(int code) const {
+  const int extended = sqlite3_extended_errcode(m_Handle.get());
+  return code == SQLITE_FULL || code == SQLITE_CANTOPEN ||
+         (code == SQLITE_IOERR && (extended == SQLITE_IOERR_SHMOPEN || extended == SQLITE_IOERR_SHMSIZE ||
+                                   extended == SQLITE_IOERR_SHMMAP));
+}
+
+void Database::ThrowUnshared(const std::string& reason) const {
+  throw Failure(Failure::Kind::System, "cannot open the database " + Quoted(m_File) + ": " + reason +
+                                           "; a file with write-ahead logging needs room for " +
+                                           Quoted(m_File + "-shm") + " beside it, and leave to write there");
 }
 
 int Database::Run(const std::string& sql, const std::vector<std::string>& arguments) {
@@ -91,9 +130,17 @@ void Database::Fail() const {
     throw Failure(Failure::Kind::System, file + " is busy: another program holds it locked; nothing was changed");
   }
   if (code == SQLITE_READONLY) {
-    throw Failure(Failure::Kind::System, file + " cannot be written: " + sqlite3_errmsg(m_Handle.get()));
+    throw Failure(Failure::Kind::System, file + " cannot be written: " + SqliteReason(m_Handle.get()));
   }
-  throw Failure(Failure::Kind::System, file + ": " + Shown(sqlite3_errmsg(m_Handle.get())));
+  throw Failure(Failure::Kind::System, file + ": " + SqliteReason(m_Handle.get()));
+}
+
+std::string SqliteReason(sqlite3* handle) {
+  const int code = sqlite3_errcode(handle) & 0xff;
+  const int system = sqlite3_system_errno(handle);
+  const bool is_system = code == SQLITE_CANTOPEN || code == SQLITE_IOERR || code == SQLITE_FULL;
+  return Shown(sqlite3_errmsg(handle)) +
+         (is_system && system != 0 ? ": " + std::generic_category().message(system) : "");
 }
 
 Statement::Statement(Database& database, const std::string& sql)

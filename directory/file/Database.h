@@ -20,7 +20,9 @@ class Database {
 public:
   enum class Access { Read, Write };
 
-  /// Opens `file`, which must exist, and makes sure that it is an access database before anything is written.
+  /// Opens `file`, which must exist, and makes sure that it is an access database before anything is written. Throws
+  /// `NoDatabase` when it does not exist. For reading, a file whose write-ahead log cannot be shared, as on a full
+  /// disk, is taken for this connection alone when no other program has it open.
   Database(const std::string& file, Access access);
 
   sqlite3* Handle() noexcept { return m_Handle.get(); }
@@ -39,6 +41,11 @@ public:
   [[noreturn]] void Fail() const;
 
 private:
+  void Open();
+  int Probe();
+  bool LacksSharedMemory(int code) const;
+  [[noreturn]] void ThrowUnshared(const std::string& reason) const;
+
   struct Close {
     void operator()(sqlite3* handle) const noexcept { sqlite3_close_v2(handle); }
   };
@@ -46,6 +53,9 @@ private:
   std::string m_File;
   std::unique_ptr<sqlite3, Close> m_Handle;
 };
+
+/// SQLite's words for what failed last on the connection, and the system's where that was the reason. Safe to print.
+std::string SqliteReason(sqlite3* handle);
 
 /// A statement of the tool's own, which may run any number of times. Arguments are texts, one a placeholder; one that
 /// holds a NUL is bound as a blob, so a statement that may be given one says CAST(? AS TEXT).
