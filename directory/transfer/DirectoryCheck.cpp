@@ -52,8 +52,9 @@ std::string PatternFault(const std::string& pattern) {
 /// Looks at one row after the other.
 class Check {
 public:
-  Check(const Directory& directory, FileFindings& errors, FileFindings& warnings, Progress& progress)
-      : m_Directory(directory), m_Errors(errors), m_Warnings(warnings), m_Progress(progress) {}
+  Check(const Directory& directory, FileFindings& errors, FileFindings& warnings, FileFindings& notes,
+        Progress& progress)
+      : m_Directory(directory), m_Errors(errors), m_Warnings(warnings), m_Notes(notes), m_Progress(progress) {}
 
   void Run() {
     m_Progress.Begin("Checking", Sum(CountsOf(m_Directory)));
@@ -137,6 +138,7 @@ private:
   const Directory& m_Directory;
   FileFindings& m_Errors;
   FileFindings& m_Warnings;
+  FileFindings& m_Notes;
   Progress& m_Progress;
   Ids m_Users;
   Ids m_Groups;
@@ -158,7 +160,9 @@ void Check::CheckUser() {
   if (!IsDate(date)) {
     Warn(UserColumn::Date, Excerpt(date) + " is not a date of the form YYYY-MM-DDThh:mm:ss+00:00");
   }
-  CheckReference(UserColumn::Creator, m_Users, "user");
+  if (const std::string_view creator = View(UserColumn::Creator); m_Users.count(creator) == 0) {
+    m_Notes.Add(Path(UserColumn::Creator), "there is no user " + Excerpt(creator) + ", or none any more");
+  }
 }
 
 /// The value itself is a secret, or nearly one: no message holds it.
@@ -217,8 +221,9 @@ void Check::CheckFilter() {
 
 } // namespace
 
-void CheckDirectory(const Directory& directory, FileFindings& errors, FileFindings& warnings, Progress& progress) {
-  Check(directory, errors, warnings, progress).Run();
+void CheckDirectory(const Directory& directory, FileFindings& errors, FileFindings& warnings, FileFindings& notes,
+                    Progress& progress) {
+  Check(directory, errors, warnings, notes, progress).Run();
 }
 
 } // namespace AccessDirectory

@@ -40,10 +40,10 @@ void CreateDatabase(const std::string& file) {
   ASSERT_EQ(made.status, 0) << made.err;
 }
 
-std::vector<std::string> Paths(const Json& findings) {
-  std::vector<std::string> paths;
+std::string Paths(const Json& findings) {
+  std::string paths;
   for (const Json& finding : findings) {
-    paths.push_back(finding.at("path"));
+    paths += ' ' + finding.at("path").get<std::string>();
   }
   return paths;
 }

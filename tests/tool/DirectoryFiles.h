@@ -34,8 +34,8 @@ Contents ReadContents(const std::string& file);
 /// Makes a database whose one user is "root".
 void CreateDatabase(const std::string& file);
 
-/// The paths of the findings in a report, in order.
-std::vector<std::string> Paths(const Json& findings);
+/// The paths of the findings in a report, in order, a blank before each.
+std::string Paths(const Json& findings);
 
 /// A database of the test's own.
 class Transfer : public ::testing::Test {

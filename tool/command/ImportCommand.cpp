@@ -29,13 +29,15 @@ void ReadAndCheck(const ImportOptions& options, Progress& progress, Directory& d
   if (!ReadDirectory(input, directory, errors)) {
     return; // what is missing may stand in the part that could not be read
   }
-  CheckDirectory(directory, errors, warnings, progress);
+  FileFindings notes;
+  CheckDirectory(directory, errors, warnings, notes, progress);
   if (directory[Users].Count() == 0 && errors.Count() == 0 && !options.force) {
     errors.Add("users", "is empty: nobody could log in, or create the first user; --force imports it all the same");
   }
   if (options.strict) {
     errors.Append(warnings);
   }
+  warnings.Append(notes); // to be shown, and nothing more
 }
 
 ExitStatus Refuse(const Context& context, const ImportOptions& options, const FileFindings& errors) {
