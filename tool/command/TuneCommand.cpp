@@ -19,15 +19,20 @@ long long FileBytes(Database& database) {
   return database.Number("PRAGMA page_count") * database.Number("PRAGMA page_size");
 }
 
-void PrintSteps(const std::vector<TuneStep>& steps) {
+std::string InThePast(const std::string& change) {
+  return change == "drop" ? "dropped" : change == "set" ? "set" : change + "d";
+}
+
+/// What is to be done, or what was.
+void PrintSteps(const std::vector<TuneStep>& steps, bool done) {
   for (const TuneStep& step : steps) {
-    const std::string verb = step.change == "set" ? "set journal mode to " : step.change + " " + step.what + " ";
+    const std::string verb = (done ? InThePast(step.change) : step.change) + ' ' +
+                             (step.change == "set" ? "journal mode to" : step.what) + ' ';
     std::cout << verb << Shown(step.name) << ": " << step.why << ".\n";
     for (const std::string& statement : step.statements) {
       std::cout << "    " << Shown(statement) << '\n';
     }
   }
-  std::cout.flush(); // before anything is changed
 }
 
 ExitStatus RunTune(const Context& context, const TuneOptions& options) {
@@ -39,9 +44,6 @@ ExitStatus RunTune(const Context& context, const TuneOptions& options) {
     Database database(file, options.dry_run ? Database::Access::Read : Database::Access::Write);
     steps = options.undo ? StepsToUndo(database) : StepsToTune(database);
     before = after = FileBytes(database);
-    if (!context.WantsJson()) {
-      PrintSteps(steps);
-    }
     if (!options.dry_run && !steps.empty()) {
       options.undo ? Undo(database, steps) : Tune(database, steps);
       after = FileBytes(database);
@@ -49,6 +51,9 @@ ExitStatus RunTune(const Context& context, const TuneOptions& options) {
   }
   if (!options.dry_run && !options.undo && !steps.empty()) {
     CheckWriteAheadLog(file);
+  }
+  if (!context.WantsJson()) {
+    PrintSteps(steps, !options.dry_run);
   }
   if (context.WantsJson()) {
     Json changes = Json::array();
