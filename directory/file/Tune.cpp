@@ -165,6 +165,10 @@ Json TuneStep::ToJson() const {
   return {{"what", what}, {"name", JsonText(name)}, {"change", change}, {"sql", statements}, {"why", why}};
 }
 
+bool IsTuned(Database& database) {
+  return std::all_of(Indexes.begin(), Indexes.end(), [&](const Index& index) { return IsInPlace(database, index); });
+}
+
 std::vector<TuneStep> StepsToTune(Database& database) {
   std::vector<TuneStep> steps;
   for (const std::string& name : database.Texts(OwnIndexes)) {

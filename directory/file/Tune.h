@@ -23,6 +23,9 @@ struct TuneStep {
 std::vector<TuneStep> StepsToTune(Database& database);
 std::vector<TuneStep> StepsToUndo(Database& database);
 
+/// Whether decisions find what they need through indexes that tuning made.
+bool IsTuned(Database& database);
+
 /// Do the steps. A program that uses the file waits meanwhile or tries again. When the file is busy, or SQLite would
 /// not read the new indexes as intended, nothing is changed. Throw `Failure`. The connection serves no other purpose
 /// afterwards: it may hold the file for itself until it is closed.

@@ -31,12 +31,6 @@ struct GroupOptions {
 
 using Options = std::shared_ptr<GroupOptions>;
 
-Json GroupJson(const Perenna::PListDict& row) {
-  return {{"group_id", JsonText(Field(row, Keys::group_id))},
-          {"group_name", JsonText(Field(row, Keys::group_name))},
-          {"users", JsonTexts(ArrayTexts(row, Keys::users))}};
-}
-
 ExitStatus AddGroup(const Context& context, const GroupOptions& options) {
   Module module(context.DatabaseFile());
   Perenna::PListDict request;
@@ -78,20 +72,19 @@ ExitStatus DeleteGroups(const Context& context, const GroupOptions& options) {
 }
 
 ExitStatus ListGroups(const Context& context, const GroupOptions& options) {
-  Module module(context.DatabaseFile());
-  const Page page = List(module, &LocalAccessManager::UserManager::GetGroups, options.page);
-  if (context.WantsJson()) {
-    PrintJson(page.ToJson(GroupJson));
-    return ExitStatus::Done;
-  }
-  Table table({"GROUP", "NAME", "USERS"});
-  for (const Perenna::PListDict* row : page.rows) {
-    table.Add({Shown(Field(*row, Keys::group_id)), Shown(Field(*row, Keys::group_name)),
-               Joined(ArrayTexts(*row, Keys::users))});
-  }
-  table.Print(std::cout);
-  page.PrintRemainder("group");
-  return ExitStatus::Done;
+  const auto text = [](const MemberListing& listing, std::size_t row, std::size_t column) {
+    return std::string(listing.rows.At(row, column));
+  };
+  const auto json = [text](const MemberListing& listing, std::size_t row) -> Json {
+    return {{"group_id", JsonText(text(listing, row, GroupColumn::Id))},
+            {"group_name", JsonText(text(listing, row, GroupColumn::Name))},
+            {"users", JsonTexts(listing.members[row])}};
+  };
+  const auto cells = [text](const MemberListing& listing, std::size_t row) -> std::vector<Cell> {
+    return {Shown(text(listing, row, GroupColumn::Id)), Shown(text(listing, row, GroupColumn::Name)),
+            Joined(listing.members[row])};
+  };
+  return PrintMembers(context, options.page, {Groups, {"GROUP", "NAME", "USERS"}, json, cells});
 }
 
 ExitStatus ShowGroup(const Context& context, const GroupOptions& options) {

@@ -3,7 +3,18 @@
 #include <algorithm>
 #include <iostream>
 
+#include <unistd.h>
+
+#include "directory/file/Tune.h"
+#include "tool/terminal/ProgressBar.h"
+
 namespace Tool {
+
+namespace {
+
+constexpr std::size_t ManyMemberships = 10000; // that a decision reads in about a millisecond
+
+} // namespace
 
 Json Page::ToJson(const std::function<Json(const Perenna::PListDict&)>& row_json) const {
   Json results = Json::array();
@@ -51,17 +62,39 @@ Page List(Module& module, ListOperation operation, const PageOptions& page,
   return result;
 }
 
-std::vector<std::string> ArrayTexts(const Perenna::PListDict& row, const std::string& key) {
-  std::vector<std::string> texts;
-  Perenna::PListArray* array = nullptr;
-  if (row.GetArray(key, array)) {
-    for (const Perenna::PListItem* item : *array) {
-      if (const auto* const text = dynamic_cast<const Perenna::PListData*>(item)) {
-        texts.push_back(text->GetValue());
-      }
+ExitStatus PrintMembers(const Context& context, const PageOptions& page, const MemberPage& shape) {
+  Database database(context.DatabaseFile(), Database::Access::Read);
+  MemberListing listing;
+  {
+    ProgressBar progress;
+    listing = ListWithMembers(database, shape.section, static_cast<std::size_t>(page.skip),
+                              static_cast<std::size_t>(page.limit), progress);
+  }
+  if (context.WantsJson()) {
+    Json results = Json::array();
+    for (std::size_t row = 0; row < listing.rows.Count(); ++row) {
+      results.push_back(shape.row_json(listing, row));
+    }
+    PrintJson({{"skip", page.skip},
+               {"limit", std::min(listing.total, static_cast<std::size_t>(page.limit))},
+               {"total", listing.total},
+               {"results", std::move(results)}});
+  } else {
+    Table table(shape.headings);
+    for (std::size_t row = 0; row < listing.rows.Count(); ++row) {
+      table.Add(shape.row_cells(listing, row));
+    }
+    table.Print(std::cout);
+    if (listing.rows.Count() != listing.total) {
+      std::cout << listing.rows.Count() << " of " << Count(listing.total, Sections.at(shape.section).noun) << '\n';
     }
   }
-  return texts;
+  if (listing.memberships > ManyMemberships && isatty(STDERR_FILENO) == 1 && !IsTuned(database)) {
+    std::cout.flush();
+    std::cerr << "perenna-access: a decision reads all " << listing.memberships
+              << " memberships of this file; after \"tune\" only those of the user\n";
+  }
+  return ExitStatus::Done;
 }
 
 Json JsonTexts(const std::vector<std::string>& texts) {

@@ -5,9 +5,11 @@
 #include <vector>
 
 #include "LocalAccessManager.h"
+#include "directory/MemberListing.h"
 #include "directory/Module.h"
 #include "tool/cli/Context.h"
 #include "tool/DirectoryNames.h"
+#include "tool/terminal/Table.h"
 
 namespace Tool {
 
@@ -32,8 +34,15 @@ struct Page {
 Page List(Module& module, ListOperation operation, const PageOptions& page,
           const std::function<bool(const Perenna::PListDict&)>& keep = nullptr);
 
-/// The texts of the array under `key` of a row.
-std::vector<std::string> ArrayTexts(const Perenna::PListDict& row, const std::string& key);
+/// A page of the users with their groups, or of the groups with their users, as `row_json` and `row_cells` word each
+/// row. On a terminal, how far it is when it takes long, and a hint to "tune" when the file is large and was not.
+struct MemberPage {
+  SectionNumber section;
+  std::vector<std::string> headings;
+  std::function<Json(const MemberListing&, std::size_t row)> row_json;
+  std::function<std::vector<Cell>(const MemberListing&, std::size_t row)> row_cells;
+};
+ExitStatus PrintMembers(const Context& context, const PageOptions& page, const MemberPage& shape);
 
 /// The texts as a JSON array.
 Json JsonTexts(const std::vector<std::string>& texts);

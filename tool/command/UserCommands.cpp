@@ -35,12 +35,13 @@ struct UserOptions {
 
 using Options = std::shared_ptr<UserOptions>;
 
-Json UserJson(const Perenna::PListDict& row) {
-  return {{"user_id", JsonText(Field(row, Keys::user_id))},
-          {"auth_method", JsonText(Field(row, Keys::auth_method))},
-          {"create_date", JsonText(Field(row, Keys::create_date))},
-          {"create_user", JsonText(Field(row, Keys::create_user))},
-          {"groups", JsonTexts(ArrayTexts(row, Keys::groups))}};
+Json UserJson(const std::string& id, const std::string& method, const std::string& date, const std::string& creator,
+              const std::vector<std::string>& groups) {
+  return {{"user_id", JsonText(id)},
+          {"auth_method", JsonText(method)},
+          {"create_date", JsonText(date)},
+          {"create_user", JsonText(creator)},
+          {"groups", JsonTexts(groups)}};
 }
 
 /// The module finds the first user of a thumbprint: another's rights would be used, or taken away, unnoticed.
@@ -125,21 +126,21 @@ ExitStatus DeleteUsers(const Context& context, const UserOptions& options) {
 }
 
 ExitStatus ListUsers(const Context& context, const UserOptions& options) {
-  Module module(context.DatabaseFile());
-  const Page page = List(module, &LocalAccessManager::UserManager::GetUsers, options.page);
-  if (context.WantsJson()) {
-    PrintJson(page.ToJson(UserJson));
-    return ExitStatus::Done;
-  }
-  Table table({"USER", "METHOD", "CREATED", "CREATED BY", "GROUPS"});
-  for (const Perenna::PListDict* row : page.rows) {
-    table.Add({Shown(Field(*row, Keys::user_id)), Shown(Field(*row, Keys::auth_method)),
-               Shown(Field(*row, Keys::create_date)), Shown(Field(*row, Keys::create_user)),
-               Joined(ArrayTexts(*row, Keys::groups))});
-  }
-  table.Print(std::cout);
-  page.PrintRemainder("user");
-  return ExitStatus::Done;
+  const auto text = [](const MemberListing& listing, std::size_t row, std::size_t column) {
+    return std::string(listing.rows.At(row, column));
+  };
+  const auto json = [text](const MemberListing& listing, std::size_t row) {
+    return UserJson(text(listing, row, UserColumn::Id), text(listing, row, UserColumn::Method),
+                    text(listing, row, UserColumn::Date), text(listing, row, UserColumn::Creator),
+                    listing.members[row]);
+  };
+  const auto cells = [text](const MemberListing& listing, std::size_t row) -> std::vector<Cell> {
+    return {Shown(text(listing, row, UserColumn::Id)), Shown(text(listing, row, UserColumn::Method)),
+            Shown(text(listing, row, UserColumn::Date)), Shown(text(listing, row, UserColumn::Creator)),
+            Joined(listing.members[row])};
+  };
+  return PrintMembers(context, options.page,
+                      {Users, {"USER", "METHOD", "CREATED", "CREATED BY", "GROUPS"}, json, cells});
 }
 
 ExitStatus ShowUser(const Context& context, const UserOptions& options) {
@@ -148,9 +149,10 @@ ExitStatus ShowUser(const Context& context, const UserOptions& options) {
   Json json;
   Statement(database, "SELECT user_id, auth_method, auth_value, create_date, create_user FROM users WHERE user_id = ?")
       .ForEach({options.id}, [&](const Perenna::PListDict& row) {
-        json = UserJson(row);
-        json["groups"] = JsonTexts(database.Texts(
-            "SELECT DISTINCT group_id FROM groupusers WHERE user_id = ? ORDER BY group_id", {options.id}));
+        json = UserJson(Field(row, Keys::user_id), Field(row, Keys::auth_method), Field(row, Keys::create_date),
+                        Field(row, Keys::create_user),
+                        database.Texts("SELECT DISTINCT group_id FROM groupusers WHERE user_id = ? ORDER BY group_id",
+                                       {options.id}));
         if (options.show_credential) {
           json["auth_value"] = JsonText(Field(row, Keys::auth_value));
         }

@@ -10,6 +10,8 @@ namespace Tool {
 namespace {
 
 constexpr std::uint64_t BarWidth = 40;
+constexpr std::chrono::seconds LongWork{2};
+constexpr std::uint64_t CallsALook = 64; // the clock costs as much as a small step
 constexpr std::uint64_t Mebibyte = 1024UL * 1024UL;
 
 } // namespace
@@ -26,8 +28,17 @@ void ProgressBar::Begin(const std::string& phase, std::uint64_t total) {
 
 void ProgressBar::Advance(std::uint64_t steps) {
   m_Done += steps;
+  if (m_AtTerminal && !m_Shown) {
+    ShowWhenLong();
+  }
   if (m_Shown && m_Done >= m_NextDraw) {
     Draw();
+  }
+}
+
+void ProgressBar::ShowWhenLong() {
+  if (++m_Calls % CallsALook == 0) {
+    m_Shown = std::chrono::steady_clock::now() - m_Start > LongWork;
   }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -8,7 +9,8 @@
 
 namespace Tool {
 
-/// A progress bar on standard error, if that is a terminal, once `Show` was called; gone with the object.
+/// A progress bar on standard error, if that is a terminal, once `Show` was called or the work has taken two seconds;
+/// gone with the object.
 class ProgressBar : public AccessDirectory::Progress {
 public:
   ProgressBar();
@@ -24,13 +26,16 @@ public:
 
 private:
   void Draw();
+  void ShowWhenLong();
 
+  const std::chrono::steady_clock::time_point m_Start = std::chrono::steady_clock::now();
   bool m_AtTerminal;
   bool m_Shown = false;
   std::string m_Phase;
   std::uint64_t m_Total = 0;
   std::uint64_t m_Done = 0;
   std::uint64_t m_NextDraw = 0; // steps at which the picture changes
+  std::uint64_t m_Calls = 0;    // of `Advance`
   std::size_t m_Width = 0;      // of what stands on the terminal
 };
 
