@@ -74,6 +74,7 @@ public:
     Tool::AddTuneCommand(m_App, m_Context);
     Tool::AddExportCommand(m_App, m_Context);
     Tool::AddImportCommand(m_App, m_Context);
+    Tool::AddBackupCommands(m_App, m_Context);
     Tool::AddCompletionCommands(m_App, m_Context);
     Tool::AddManualCommand(m_App, m_Context);
     Tool::AddHelpCommand(m_App, m_Context);

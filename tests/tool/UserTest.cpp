@@ -34,7 +34,13 @@ TEST_F(Users, AreAddedChangedAndDeleted) {
        "Changed the credential of user \"alice\" (tls_client_certificate).\n",
        ""},
   });
-  EXPECT_EQ(Json("user show alice --show-credential")["auth_value"], ThumbprintBase64);
+  const auto alice = Json("user show alice --show-credential");
+  EXPECT_EQ(alice, (nlohmann::ordered_json{{"user_id", "alice"},
+                                           {"auth_method", "tls_client_certificate"},
+                                           {"create_date", alice["create_date"]},
+                                           {"create_user", "root"},
+                                           {"groups", {"readers"}},
+                                           {"auth_value", ThumbprintBase64}}));
   EXPECT_EQ(Json("user show bob")["create_user"], "alice");
   EXPECT_FALSE(Login("alice", "first"));
   EXPECT_TRUE(Login("bob", "second"));
@@ -48,7 +54,7 @@ TEST_F(Users, AreAddedChangedAndDeleted) {
   EXPECT_EQ(Query("SELECT count(*) FROM groupusers").front().front(), "0");
 }
 
-TEST_F(Users, ListsAreTablesInPages) {
+TEST_F(Users, ListsAreTablesOrPagesOfJson) {
   Sql("DELETE FROM users; INSERT INTO users VALUES('ann', 'sha256', 'x', 'then', 'root'), ('bob', 'odd', 'x', '', ''),"
       "('cy', 'plain_pw', 'x', 'now', 'ann'); INSERT INTO groupusers VALUES('g', 'ann'), ('a', 'ann'), ('a', 'ann')");
   Run({{"user list --limit 2", 0,
@@ -57,7 +63,11 @@ TEST_F(Users, ListsAreTablesInPages) {
         "bob   odd                          -\n"
         "2 of 3 users\n",
         ""}});
-  EXPECT_EQ(Json("user list --skip 2 --limit 5")["limit"], 3); // at most the total
+  const auto page = Json("user list --skip 2 --limit 5");
+  EXPECT_EQ(page, nlohmann::ordered_json::parse(
+                      R"({"skip":2,"limit":3,"total":3,"results":[{"user_id":"cy","auth_method":"plain_pw",)"
+                      R"("create_date":"now","create_user":"ann","groups":[]}]})"))
+      << page;
 }
 
 TEST_F(Users, TheLastWhoMayAdministerIsNotLostByAccident) {

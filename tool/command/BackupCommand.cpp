@@ -1,0 +1,102 @@
+#include "tool/command/Commands.h"
+
+#include <filesystem>
+#include <memory>
+
+#include "directory/file/Backup.h"
+#include "directory/file/FileNames.h"
+#include "directory/file/NewFile.h"
+#include "tool/DirectoryNames.h"
+#include "tool/terminal/ProgressBar.h"
+
+namespace Tool {
+
+namespace {
+
+struct BackupOptions {
+  std::string file;
+  bool force = false;
+};
+
+ExitStatus Backup(const Context& context, const BackupOptions& options) {
+  RequireFileName(options.file);
+  Database database(context.DatabaseFile(), Database::Access::Read);
+  RequireApart(options.file, database.File());
+  RequireNoRemains(options.file);
+  const NewFile file(options.file, options.force ? NewFile::Existing::Replace : NewFile::Existing::Keep,
+                     "--force replaces it");
+  SectionCounts counts{};
+  {
+    ProgressBar progress;
+    CopyTo(database, file.WorkName(), progress);
+    Database copy(file.WorkName(), Database::Access::Read);
+    RequireIntegrity(copy, progress);
+    counts = StoredCounts(copy);
+  }
+  file.Publish();
+  context.Report("Backed up " + CountsText(counts) + " to " + Quoted(options.file) + '.',
+                 {{"backed_up", CountsJson(counts)}, {"file", JsonText(options.file)}});
+  return ExitStatus::Done;
+}
+
+ExitStatus Restore(const Context& context, const BackupOptions& options) {
+  const std::string file = context.DatabaseFile();
+  RequireFileName(file);
+  RequireApart(options.file, file);
+  std::error_code unknown;
+  if (!std::filesystem::is_regular_file(options.file, unknown)) {
+    throw Failure(Failure::Kind::Input, "the backup " + Quoted(options.file) + " does not exist or is not a file");
+  }
+  Database backup(options.file, Database::Access::Read);
+  const SectionCounts counts = StoredCounts(backup);
+  if (counts[Users] == 0 && !options.force) {
+    throw Failure(Failure::Kind::Input, Quoted(options.file) + " has no users: nobody could log in, or create the "
+                                                               "first user; --force restores it all the same");
+  }
+  {
+    ProgressBar progress;
+    RequireIntegrity(backup, progress);
+    if (std::filesystem::is_regular_file(file, unknown)) {
+      CopyInto(backup, file, progress);
+    } else {
+      const NewFile created(file, NewFile::Existing::Keep, "and is not a regular file");
+      RequireNoRemains(file);
+      CopyTo(backup, created.WorkName(), progress);
+      created.Publish();
+    }
+  }
+  context.Report("Restored " + CountsText(counts) + " from " + Quoted(options.file) + '.',
+                 {{"restored", CountsJson(counts)}, {"file", JsonText(options.file)}});
+  return ExitStatus::Done;
+}
+
+} // namespace
+
+void AddBackupCommands(CLI::App& app, Context& context) {
+  const auto add =
+      [&](const std::string& name, const std::string& description, const std::string& example,
+          ExitStatus (*run)(const Context&, const BackupOptions&)) -> std::pair<CLI::App&, BackupOptions&> {
+    CLI::App& command = AddCommand(app, name, description, example);
+    auto options = std::make_shared<BackupOptions>();
+    context.OnRun(command, [&context, options, run] { return run(context, *options); });
+    return {command, *options};
+  };
+  auto [backup, backup_options] =
+      add("backup",
+          "Copy the database file, while a server may be using it\n"
+          "The copy holds the directory as of one moment, with its indexes, and is made for its owner alone.",
+          "perenna-access backup access-backup.db", Backup);
+  backup.add_option("FILE", backup_options.file, "The file to create")->required();
+  backup.add_flag("--force", backup_options.force, "Replace an existing file");
+
+  auto [restore, restore_options] =
+      add("restore",
+          "Put a file that \"backup\" made in the place of the database\n"
+          "The file is checked first. In one step: a server that is using the database sees the old directory or the "
+          "new one. A missing or damaged database is made anew.",
+          "perenna-access restore access-backup.db", Restore);
+  restore.add_option("FILE", restore_options.file, "The backup")->required();
+  restore.add_flag("--force", restore_options.force, "Restore a directory without any user too");
+}
+
+} // namespace Tool
