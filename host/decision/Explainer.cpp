@@ -2,6 +2,7 @@
 
 #include "directory/Explanation.h"
 #include "directory/Vocabulary.h"
+#include "platform/pattern/Tree.h"
 
 namespace Host {
 
@@ -9,21 +10,11 @@ namespace {
 
 constexpr int BusyMilliseconds = 50;
 constexpr std::size_t MaximumPatterns = 2048; // compiled ones take some kilobytes each
-constexpr std::size_t MaximumGroups = 10000;  // pairs of group and method
+constexpr std::size_t MaximumUsers = 10000;
+constexpr std::size_t MaximumGroups = 10000; // pairs of group and method
 
 constexpr const char* Allow = "Allow";
 constexpr const char* Deny = "Deny";
-
-/// The literal characters after a leading "^"; empty where that is not certain.
-std::string LiteralBeginning(const std::string& pattern) {
-  if (pattern.empty() || pattern.front() != '^' || pattern.find('|') != std::string::npos) {
-    return {};
-  }
-  const std::size_t end = pattern.find_first_of("\\[]().*+?{}^$", 1);
-  const bool is_repeated =
-      end != std::string::npos && end > 1 && std::string_view("*+?{").find(pattern[end]) != std::string_view::npos;
-  return pattern.substr(1, (end == std::string::npos ? pattern.size() : end) - 1 - (is_repeated ? 1 : 0));
-}
 
 } // namespace
 
@@ -37,16 +28,28 @@ Explainer::Explainer(DirectoryFile& file)
       m_AnyUser(m_Reader, "SELECT user_id FROM users LIMIT 1") {}
 
 void Explainer::Forget() {
+  m_Users.clear();
   m_Filters.clear();
   m_SomeUser.clear();
 }
 
-bool Explainer::ReadMemberships(const std::string& user_id) {
-  m_Groups.clear();
-  return m_Memberships.Run({user_id}, [this](const ReaderQuery& row) {
+const std::vector<Explainer::Membership>* Explainer::MembershipsOf(const std::string& user_id) {
+  const auto known = m_Users.find(user_id);
+  if (known != m_Users.end()) {
+    return &known->second;
+  }
+  std::vector<Membership> memberships;
+  const int rc = m_Memberships.Run({user_id}, [&memberships](const ReaderQuery& row) {
     const std::string group_id = row.Text(0);
-    m_Groups.push_back({group_id, row.Number(1) != 0 && AccessDirectory::IsGroupId(group_id)});
-  }) == SQLITE_DONE;
+    memberships.push_back({group_id, row.Number(1) != 0 && AccessDirectory::IsGroupId(group_id)});
+  });
+  if (rc != SQLITE_DONE) {
+    return nullptr;
+  }
+  if (m_Users.size() >= MaximumUsers) {
+    m_Users.clear();
+  }
+  return &(m_Users[user_id] = std::move(memberships));
 }
 
 const Explainer::Filters* Explainer::FiltersOf(const std::string& group_id, const char* method) {
@@ -59,7 +62,7 @@ const Explainer::Filters* Explainer::FiltersOf(const std::string& group_id, cons
     Filter& filter = filters.emplace_back();
     filter.pattern = row.Text(0);
     filter.action = row.Text(1);
-    filter.beginning = LiteralBeginning(filter.pattern);
+    filter.beginning = Perenna::Pattern::Tree::Read(filter.pattern).LiteralBeginning();
   });
   if (rc != SQLITE_DONE) {
     return nullptr;
@@ -85,7 +88,8 @@ bool Explainer::Matches(const Filter& filter, const std::string& url) {
 }
 
 bool Explainer::Explain(Perenna::Method_t method, const std::string& url, Judgement& judgement) {
-  if (!ReadMemberships(judgement.user_id)) {
+  const std::vector<Membership>* const memberships = MembershipsOf(judgement.user_id);
+  if (memberships == nullptr) {
     return false;
   }
   AccessDirectory::Explanation explanation;
@@ -93,7 +97,7 @@ bool Explainer::Explain(Perenna::Method_t method, const std::string& url, Judgem
   explanation.user_exists = true;
   // A filter that refuses settles it, whatever grants; so one that grants is looked for only where none refuses.
   const char* const deciding = explanation.allowed ? Allow : Deny;
-  for (const Membership& membership : m_Groups) {
+  for (const Membership& membership : *memberships) {
     explanation.groups.push_back(membership.group_id);
     const Filters* const filters = FiltersOf(membership.group_id, Perenna::MethodToString(method));
     if (filters == nullptr) {

@@ -16,8 +16,8 @@
 namespace Host {
 
 /// Says what the module does not: the groups of a user, and which filter settled a decision. Decides nothing. A
-/// connection of its own that only reads; what it has read it keeps until `Forget`, so that a decision costs a lookup
-/// of its user and a few comparisons. One thread's own.
+/// connection of its own that only reads; what it has read it keeps until `Forget`, so that a decision costs a few
+/// comparisons and, for a user not asked for before, a lookup. One thread's own.
 class Explainer {
 public:
   /// Opens the file. Throws `AccessDirectory::Failure` (System).
@@ -46,7 +46,7 @@ private:
     bool is_listed = false; ///< the group exists, under a valid id
   };
 
-  bool ReadMemberships(const std::string& user_id);
+  const std::vector<Membership>* MembershipsOf(const std::string& user_id);
   const Filters* FiltersOf(const std::string& group_id, const char* method);
   bool Matches(const Filter& filter, const std::string& url);
 
@@ -55,7 +55,7 @@ private:
   ReaderQuery m_GroupFilters;
   ReaderQuery m_AnyUser;
 
-  std::vector<Membership> m_Groups;                                 // of the user asked for last
+  std::unordered_map<std::string, std::vector<Membership>> m_Users; // whose groups are known
   std::map<std::pair<std::string, std::string>, Filters> m_Filters; // by group and method
   std::string m_SomeUser;
   // By their text; they stay when the directory changes, and go when they are too many.
