@@ -92,8 +92,13 @@ struct Configuration {
 /// that names the file, the key, its value and what is accepted; for a key that there is not, the nearest one.
 Configuration ReadConfiguration(const std::string& file);
 
-/// The database that `file` names, absolute; of the rest only the form is checked, so that the tool can repair a
-/// directory while the host's own part is being written. Throws as `ReadConfiguration`.
-std::string ReadDatabaseFilename(const std::string& file);
+/// What a configuration says about the directory, whoever opens it.
+struct DirectoryPart {
+  std::string database_filename; ///< absolute
+  std::string administrators;
+};
+/// Of the rest only the names are checked, so that a directory can be repaired while the host's own part is being
+/// written. Throws as `ReadConfiguration`.
+DirectoryPart ReadDirectoryPart(const std::string& file);
 
 } // namespace Host

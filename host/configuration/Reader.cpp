@@ -201,10 +201,15 @@ Configuration ReadConfiguration(const std::string& file) {
   });
 }
 
-std::string ReadDatabaseFilename(const std::string& file) {
-  return ReadWith(file, [](Configuration& configuration,
-                           const Json& root) { Store(configuration, root, ConfigurationKeys().front()); })
-      .database_filename;
+DirectoryPart ReadDirectoryPart(const std::string& file) {
+  const Configuration configuration = ReadWith(file, [](Configuration& part, const Json& root) {
+    for (const ConfigurationKey& key : ConfigurationKeys()) {
+      if (key.Path() == "LocalAccessManager.DatabaseFilename" || key.Path() == "Host.Administrators") {
+        Store(part, root, key);
+      }
+    }
+  });
+  return {configuration.database_filename, configuration.administrators};
 }
 
 } // namespace Host

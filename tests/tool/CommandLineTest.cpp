@@ -113,9 +113,12 @@ TEST_F(CommandLine, TheDatabaseIsNamedByOptionConfigurationOrEnvironment) {
       {{"group", "list", "--database=" + other}, 0, listed, ""},
       {{"group", "list", "--config", PathBeside("host.json")}, 0, listed, ""},
       {{"group", "list", "--database", ""}, 2, "", "--database: the value is empty"},
-      {{"group", "list", "--config", PathBeside("empty.json")}, 2, "", "names no database"},
-      {{"group", "list", "--config", PathBeside("broken.json")}, 2, "", "is not a JSON object"},
-      {{"group", "list", "--config", PathBeside("none.json")}, 2, "", "--config: cannot read"},
+      {{"group", "list", "--config", PathBeside("empty.json")},
+       2,
+       "",
+       "LocalAccessManager.DatabaseFilename: {} is not accepted"},
+      {{"group", "list", "--config", PathBeside("broken.json")}, 2, "", "is not JSON"},
+      {{"group", "list", "--config", PathBeside("none.json")}, 2, "", "cannot be read: No such file"},
   });
   EXPECT_THAT(RunTool("", {"group", "list"}).err,
               HasSubstr("which database? Give --database FILE or --config FILE, or set PERENNA_ACCESS_DATABASE"));

@@ -1,12 +1,9 @@
 #include "tool/cli/Context.h"
 
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
-#include <iterator>
-#include <memory>
 
-#include "LocalAccessManager.h"
+#include "host/Configuration.h"
 #include "tool/cli/Validators.h"
 #include "tool/terminal/Table.h"
 
@@ -15,35 +12,6 @@ namespace Tool {
 namespace {
 
 constexpr const char* DatabaseVariable = "PERENNA_ACCESS_DATABASE";
-
-std::unique_ptr<Perenna::PListItem> ReadConfiguration(const std::string& file) {
-  std::ifstream in(file, std::ios::binary);
-  const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  if (!in) {
-    throw Failure(Failure::Kind::Input, "--config: cannot read " + Quoted(file));
-  }
-  std::unique_ptr<Perenna::PListItem> root(Perenna::PListItem::CreateFromJSON(text));
-  if (dynamic_cast<const Perenna::PListDict*>(root.get()) == nullptr) {
-    throw Failure(Failure::Kind::Input, "--config: " + Quoted(file) + " is not a JSON object");
-  }
-  return root;
-}
-
-/// The text under "section" / "key" of a configuration; empty for none.
-std::string Configured(const std::string& file, const std::string& section, const std::string& key) {
-  const auto root = ReadConfiguration(file);
-  return dynamic_cast<const Perenna::PListDict&>(*root).GetDict(section).GetData(key).GetValue();
-}
-
-std::string DatabaseOfConfiguration(const std::string& file) {
-  namespace Keys = LocalAccessManager::Strings;
-  std::string name = Configured(file, Keys::LocalAccessManager, Keys::DatabaseFilename);
-  if (name.empty()) {
-    throw Failure(Failure::Kind::Input, "--config: " + Quoted(file) + " names no database: it has no text under \"" +
-                                            Keys::LocalAccessManager + "\" / \"" + Keys::DatabaseFilename + "\"");
-  }
-  return name;
-}
 
 } // namespace
 
@@ -70,7 +38,7 @@ std::string Context::DatabaseFile() const {
     return m_Database;
   }
   if (!m_Config.empty()) {
-    return DatabaseOfConfiguration(m_Config);
+    return Host::ReadDirectoryPart(m_Config).database_filename;
   }
   const char* const named = std::getenv(DatabaseVariable); // NOLINT(concurrency-mt-unsafe): nothing changes it
   if (named == nullptr || *named == '\0') {
@@ -81,8 +49,7 @@ std::string Context::DatabaseFile() const {
 }
 
 std::string Context::Administrators() const {
-  const std::string configured = m_Config.empty() ? std::string() : Configured(m_Config, "Host", "Administrators");
-  return configured.empty() ? "administrators" : configured;
+  return m_Config.empty() ? "administrators" : Host::ReadDirectoryPart(m_Config).administrators;
 }
 
 std::vector<std::string> Context::DatabaseArguments() const {

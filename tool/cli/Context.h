@@ -22,6 +22,9 @@ public:
   /// The database file that --database, --config or PERENNA_ACCESS_DATABASE names. Throws `Failure`.
   std::string DatabaseFile() const;
 
+  /// The file that --config names; empty: none.
+  const std::string& ConfigurationFile() const noexcept { return m_Config; }
+
   /// The arguments that lead another run of the tool to the same database; none where the environment does.
   std::vector<std::string> DatabaseArguments() const;
 

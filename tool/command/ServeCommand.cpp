@@ -1,0 +1,85 @@
+#include "tool/command/Commands.h"
+
+#include <iostream>
+#include <memory>
+
+#include <sys/stat.h>
+
+#include "directory/file/Database.h"
+#include "directory/file/Tune.h"
+#include "host/Configuration.h"
+#include "host/Service.h"
+#include "host/decision/CallWatch.h"
+
+namespace Tool {
+
+namespace {
+
+/// How to run another command of the tool on the directory of the configuration.
+std::string Command(const Context& context, const std::string& rest) {
+  return "perenna-access --config " + Shown(context.ConfigurationFile()) + " " + rest;
+}
+
+void Warn(const std::string& message) {
+  std::cerr << "perenna-access: warning: " + message + "\n";
+}
+
+/// Looks at the directory before anything of the host keeps it open. Throws when there is none to serve.
+void LookAtDirectory(const Context& context, const Host::Configuration& configuration) {
+  const std::string& file = configuration.database_filename;
+  const std::string init = Command(context, "init --user admin --administrators " + configuration.administrators);
+  struct stat status = {};
+  if (stat(file.c_str(), &status) != 0 && errno == ENOENT) {
+    throw Failure(Failure::Kind::Input, "there is no database " + Quoted(file) + " yet; make it: " + init);
+  }
+  Database database(file, Database::Access::Read);
+  if (database.Number("SELECT count(*) FROM users") == 0) {
+    Warn("the directory has no users, so nobody is allowed anything: " + init);
+  }
+  if (!StepsToTune(database).empty()) {
+    Warn("the file is not tuned, so decisions cost more than they need: " + Command(context, "tune"));
+  }
+}
+
+Json AddressesOf(const Host::Configuration& configuration) {
+  Json addresses = Json::array();
+  for (const Host::ListenAddress& address : configuration.listen) {
+    addresses.push_back(JsonText(address.Text()));
+  }
+  return addresses;
+}
+
+ExitStatus RunServe(const Context& context, bool only_check) {
+  const std::string& file = context.ConfigurationFile();
+  if (file.empty()) {
+    throw Failure(Failure::Kind::Input, "which configuration? Give --config FILE");
+  }
+  const Host::Configuration configuration = Host::ReadConfiguration(file);
+  if (only_check) {
+    context.Report("The configuration " + Quoted(file) + " can be used.",
+                   {{"configuration", JsonText(file)},
+                    {"database", JsonText(configuration.database_filename)},
+                    {"listen", AddressesOf(configuration)}});
+    return ExitStatus::Done;
+  }
+  Host::WatchSqliteErrors(); // before the first use of SQLite
+  LookAtDirectory(context, configuration);
+  return Host::Serve(configuration) == Host::ServiceEnd::Asked ? ExitStatus::Done : ExitStatus::Failed;
+}
+
+} // namespace
+
+void AddServeCommand(CLI::App& app, Context& context) {
+  CLI::App& serve = AddCommand(
+      app, "serve",
+      "Answer a web server's questions about requests\n"
+      "Serves decisions over HTTP until SIGTERM: a proxy such as nginx asks at /auth, for each request, whether its "
+      "caller may do it. --config names the configuration; docs/host.md explains it. SIGHUP opens log files and TLS "
+      "files anew. Ends with 3 when the database file was replaced or removed, to be started again.",
+      "perenna-access serve --config /etc/perenna-access/host.json");
+  auto only_check = std::make_shared<bool>(false);
+  serve.add_flag("--check", *only_check, "Only check the configuration: 0 when it can be used, else 2");
+  context.OnRun(serve, [&context, only_check] { return RunServe(context, *only_check); });
+}
+
+} // namespace Tool
