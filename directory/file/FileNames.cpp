@@ -68,7 +68,7 @@ void RequireApart(const std::string& file, const std::string& database) {
 
 bool OthersMayOpen(const std::string& file) noexcept {
   struct stat status = {};
-  return stat(file.c_str(), &status) == 0 && (status.st_mode & (S_IRWXG | S_IRWXO)) != 0;
+  return stat(file.c_str(), &status) == 0 && (status.st_mode & S_IRWXO) != 0;
 }
 
 } // namespace AccessDirectory

@@ -19,7 +19,7 @@ void RequireNoRemains(const std::string& database);
 /// name of one.
 void RequireApart(const std::string& file, const std::string& database);
 
-/// Whether the file's mode lets its group or everybody read or write it. False when there is no such file.
+/// Whether the file's mode lets every user of the machine read or write it. False when there is no such file.
 bool OthersMayOpen(const std::string& file) noexcept;
 
 } // namespace AccessDirectory

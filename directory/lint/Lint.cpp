@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
+#include "directory/file/FileNames.h"
 #include "directory/lint/LintKinds.h"
+#include "directory/lint/ShellWords.h"
 
 namespace AccessDirectory {
 
@@ -19,6 +21,16 @@ std::vector<FindingsOfKind> ByKind(const std::vector<Finding>& findings) {
   std::stable_partition(kinds.begin(), kinds.end(),
                         [](const auto& known) { return known.kind->severity == Severity::Problem; });
   return kinds;
+}
+
+std::vector<Finding> LintFile(const std::string& file) {
+  if (!OthersMayOpen(file)) {
+    return {};
+  }
+  const auto command = ShellCommand({"chmod", "o=", "--", file});
+  return {{&LintKinds::FileMode, SectionCount, 0,
+           "every user of this machine may open the file, which holds the credentials, or the log beside it",
+           command ? *command : "take the rights of others away with chmod"}};
 }
 
 Lint::Lint(const StoredDirectory& stored, const Mender& mender, Progress& progress)

@@ -6,25 +6,18 @@
 #include <unordered_set>
 #include <vector>
 
+#include "directory/lint/LintKinds.h"
 #include "directory/lint/Mender.h"
+#include "directory/lint/PatternFindings.h"
 #include "directory/Progress.h"
 #include "directory/StoredDirectory.h"
 
 namespace AccessDirectory {
 
-/// A problem keeps a row from doing what it says, or does harm; a note is worth a look.
-enum class Severity { Problem, Note };
-
-/// What can be found. The names are part of the interface.
-struct LintKind {
-  const char* name;
-  Severity severity;
-};
-
-/// Something found in one row.
+/// Something found in one row, or about the file.
 struct Finding {
   const LintKind* kind;
-  SectionNumber section;
+  SectionNumber section; ///< SectionCount: the file; there is no row then
   std::size_t row;
   std::string why;
   std::string mend; ///< a command that begins with "perenna-access", or what to do where there is none
@@ -35,6 +28,9 @@ struct FindingsOfKind {
   const LintKind* kind;
   std::vector<std::size_t> findings; ///< their places, ascending
 };
+
+/// What there is to say about the file's owner and mode; nothing when only its owner may open it.
+std::vector<Finding> LintFile(const std::string& file);
 
 /// Sorts findings by kind: problems first, then in the order of the first finding of each.
 std::vector<FindingsOfKind> ByKind(const std::vector<Finding>& findings);
@@ -97,14 +93,19 @@ private:
     std::string KeyOfDeny() const;
   };
   FilterRow ReadFilter(std::size_t row) const;
-  /// Why the pattern never matches; empty when it may. Compiles each pattern once.
-  const std::string& PatternFault(std::string_view pattern);
+  struct PatternFault {
+    std::string why;              // the pattern never matches; empty when it may
+    bool stops_decisions = false; // what it matches is not known
+  };
+  /// Compiles each pattern once.
+  const PatternFault& FaultOf(std::string_view pattern);
   Mender::Command AddFilter(const FilterRow& filter) const;
   Mender::Command DeleteFilter(const FilterRow& filter) const;
   Mender::Command ReplaceFilter(const FilterRow& filter, const FilterRow& better);
   bool AddFilterFaults(std::size_t row, const FilterRow& filter);
   void CheckFilter(std::size_t row);
   void CheckPattern(std::size_t row, const FilterRow& filter);
+  void AddPatternFindings(std::size_t row, const FilterRow& filter, const PatternReading& reading);
   void CheckIdleDeny(std::size_t row, const FilterRow& filter);
 
   const StoredDirectory& m_Stored;
@@ -120,7 +121,7 @@ private:
   std::unordered_set<std::string> m_MembershipsSeen; // pairs
   CommandOfId m_KnownMembers;                        // by group: there may be very many unknown ones
   CommandOfId m_GroupsOnce;                          // by user
-  std::unordered_map<std::string_view, std::string> m_PatternFaults;
+  std::unordered_map<std::string_view, PatternFault> m_PatternFaults;
   std::unordered_set<std::string> m_FilterKeys; // all filters, and those that a command would add
   std::unordered_set<std::string> m_FiltersSeen;
   std::unordered_set<std::string> m_Denials;                             // keys of the filters with "Deny"

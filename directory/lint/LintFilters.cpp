@@ -1,9 +1,9 @@
 // Filters: those that never apply, or not as they seem to.
 
 #include "PN_HTTP.h"
-#include "directory/lint/Anchoring.h"
 #include "directory/lint/Lint.h"
 #include "directory/lint/LintKinds.h"
+#include "directory/lint/PatternFindings.h"
 #include "directory/Vocabulary.h"
 
 namespace AccessDirectory {
@@ -40,10 +40,12 @@ Lint::FilterRow Lint::ReadFilter(std::size_t row) const {
           Text(Filters, row, FilterColumn::Pattern), Text(Filters, row, FilterColumn::Action)};
 }
 
-const std::string& Lint::PatternFault(std::string_view pattern) {
-  const auto [entry, is_new] = m_PatternFaults.emplace(pattern, "");
+const Lint::PatternFault& Lint::FaultOf(std::string_view pattern) {
+  const auto [entry, is_new] = m_PatternFaults.emplace(pattern, PatternFault());
   if (is_new) {
-    CompilePattern(std::string(pattern), entry->second);
+    PatternFault& fault = entry->second;
+    const auto compiled = CompilePattern(std::string(pattern), fault.why);
+    fault.stops_decisions = compiled->Test("") == Perenna::RegularExpression::Outcome::Undecided;
   }
   return entry->second;
 }
@@ -65,7 +67,7 @@ void Lint::IndexFilters() {
     m_Progress.Advance(1);
     const FilterRow filter = ReadFilter(row);
     if (filter.action == Allow && !rows.IsBlob(row, FilterColumn::Group) && !rows.IsBlob(row, FilterColumn::Method) &&
-        IsMethod(filter.method) && PatternFault(rows.texts.At(row, FilterColumn::Pattern)).empty() &&
+        IsMethod(filter.method) && FaultOf(rows.texts.At(row, FilterColumn::Pattern)).why.empty() &&
         m_Denials.count(filter.KeyOfDeny()) == 0) {
       m_GrantingGroups[rows.texts.At(row, FilterColumn::Group)] |= MethodBit(filter.method);
     }
@@ -117,7 +119,7 @@ bool Lint::AddFilterFaults(std::size_t row, const FilterRow& filter) {
   };
   std::vector<Fault> faults;
   const bool group_exists = m_Groups.count(filter.group) > 0;
-  const std::string& pattern_fault = PatternFault(In(Filters).texts.At(row, FilterColumn::Pattern));
+  const PatternFault& pattern_fault = FaultOf(In(Filters).texts.At(row, FilterColumn::Pattern));
   if (!IsMethod(filter.method)) {
     faults.push_back({&LintKinds::FilterMethod, Quoted(filter.method) + " is no HTTP method: no request has it"});
   }
@@ -129,8 +131,11 @@ bool Lint::AddFilterFaults(std::size_t row, const FilterRow& filter) {
                           : "there is no such group, and yet the filter applies to the users of " +
                                 Count(members->second.size(), "left-over membership") + " in it"});
   }
-  if (!pattern_fault.empty()) {
-    faults.push_back({&LintKinds::FilterPattern, "the pattern is " + pattern_fault + ": it never applies"});
+  if (pattern_fault.stops_decisions) {
+    faults.push_back({&LintKinds::FilterCostly,
+                      "the pattern is " + pattern_fault.why + ": every request of this method by a member is refused"});
+  } else if (!pattern_fault.why.empty()) {
+    faults.push_back({&LintKinds::FilterPattern, "the pattern is " + pattern_fault.why + ": it never applies"});
   }
   if (!IsAction(filter.action)) {
     faults.push_back({&LintKinds::FilterAction,
@@ -139,11 +144,21 @@ bool Lint::AddFilterFaults(std::size_t row, const FilterRow& filter) {
   if (faults.empty()) {
     return false;
   }
+  if (faults.size() == 1 && faults.front().kind == &LintKinds::FilterPattern) {
+    const PatternReading reading = ReadPattern(filter.pattern, filter.action == Allow, Perenna::METH_MAX);
+    if (!reading.findings.empty()) { // known to be of another dialect
+      AddPatternFindings(row, filter, reading);
+      return true;
+    }
+  }
   const FilterRow better = {SpelledMethod(filter.method), filter.group, filter.pattern, SpelledAction(filter.action)};
-  const bool is_meant = group_exists && pattern_fault.empty() && IsMethod(better.method) && IsAction(better.action);
+  const bool is_meant = group_exists && pattern_fault.why.empty() && IsMethod(better.method) && IsAction(better.action);
   const Mender::Command command = is_meant ? ReplaceFilter(filter, better) : DeleteFilter(filter);
+  // Once it is gone, requests that it stops now are decided without it.
+  const std::string advice =
+      pattern_fault.stops_decisions ? "say it with a cheaper pattern, or delete the filter: " : "";
   for (const Fault& fault : faults) {
-    Add(*fault.kind, Filters, row, fault.why, command ? *command : DeleteRow(Filters, row));
+    Add(*fault.kind, Filters, row, fault.why, advice + (command ? *command : DeleteRow(Filters, row)));
   }
   return true;
 }
@@ -186,25 +201,21 @@ void Lint::CheckIdleDeny(std::size_t row, const FilterRow& filter) {
 }
 
 void Lint::CheckPattern(std::size_t row, const FilterRow& filter) {
-  if (IsAnchored(filter.pattern)) {
-    return;
+  Perenna::Method_t method = Perenna::METH_MAX;
+  static_cast<void>(Perenna::StringToMethod(filter.method, method)); // one of them: it would be a fault else
+  AddPatternFindings(row, filter, ReadPattern(filter.pattern, filter.action == Allow, method));
+}
+
+/// One command mends all that can be mended: it is the same for each of the findings.
+void Lint::AddPatternFindings(std::size_t row, const FilterRow& filter, const PatternReading& reading) {
+  Mender::Command command;
+  if (!reading.better.empty()) {
+    command = ReplaceFilter(filter, {filter.method, filter.group, reading.better, filter.action});
   }
-  // A Deny is never narrowed: that would let in what it refuses now.
-  const std::optional<std::string> anchored = Anchored(filter.pattern, filter.action == Allow);
-  const std::string why =
-      "the pattern does not begin with \"^\": it matches anywhere in a URL, also further on in a longer path or in the "
-      "query; ";
-  const Mender::Command command =
-      anchored ? ReplaceFilter(filter, {filter.method, filter.group, *anchored, filter.action}) : std::nullopt;
-  if (!command) {
-    Add(LintKinds::FilterUnanchored, Filters, row, why + "was that meant?",
-        "begin the pattern with \"^\", or with \"^.*\" if it is meant to match anywhere");
-    return;
+  for (const PatternFinding& finding : reading.findings) {
+    const std::string by_hand = finding.advice.empty() ? "write the pattern anew: " + reading.better : finding.advice;
+    Add(*finding.kind, Filters, row, finding.why, finding.advice.empty() && command ? *command : by_hand);
   }
-  Add(LintKinds::FilterUnanchored, Filters, row,
-      why + (anchored->rfind("^.*", 0) == 0 ? "the command keeps that and says so"
-                                            : "the command makes it match at the start only"),
-      *command);
 }
 
 } // namespace AccessDirectory

@@ -30,14 +30,11 @@ void Lint::CheckGroup(std::size_t row) {
   if (!has_members) {
     const Mender::Command deleted = m_Mender.Run({"group", "delete"}, {id});
     Add(LintKinds::GroupWithoutMembers, Groups, row, "the group has no members: it gives rights to nobody",
-        !has_filters && deleted
-            ? *deleted
-            : "give it members with \"group set-members\", or delete its filters and then the group");
+        !has_filters && deleted ? *deleted : "give it members, or delete its filters and then the group");
   }
   if (!has_filters) {
     Add(LintKinds::GroupWithoutFilters, Groups, row, "the group has no filters: it gives no rights to its members",
-        has_members ? "give it filters with \"filter add\", or delete it with \"group delete\""
-                    : "delete it, as it has no members either, or give it both");
+        has_members ? "give it filters, or delete it" : "delete it, as it has no members either, or give it both");
   }
 }
 

@@ -1,8 +1,20 @@
 #pragma once
 
-#include "directory/lint/Lint.h"
+namespace AccessDirectory {
 
-namespace AccessDirectory::LintKinds {
+/// A problem keeps a row from doing what it says, or does harm; a note is worth a look.
+enum class Severity { Problem, Note };
+
+/// What can be found. The names are part of the interface.
+struct LintKind {
+  const char* name;
+  Severity severity;
+};
+
+namespace LintKinds {
+
+// The file itself.
+inline constexpr LintKind FileMode = {"file-mode", Severity::Problem};
 
 // Any table.
 inline constexpr LintKind ValueBlob = {"value-blob", Severity::Problem};
@@ -32,10 +44,24 @@ inline constexpr LintKind MembershipRepeated = {"membership-repeated", Severity:
 inline constexpr LintKind FilterMethod = {"filter-method", Severity::Problem};
 inline constexpr LintKind FilterGroup = {"filter-group", Severity::Problem};
 inline constexpr LintKind FilterPattern = {"filter-pattern", Severity::Problem};
+inline constexpr LintKind FilterCostly = {"filter-costly", Severity::Problem};
 inline constexpr LintKind FilterAction = {"filter-action", Severity::Problem};
 inline constexpr LintKind FilterRepeated = {"filter-repeated", Severity::Problem};
 inline constexpr LintKind FilterOverruled = {"filter-overruled", Severity::Problem};
 inline constexpr LintKind FilterIdle = {"filter-idle", Severity::Note};
-inline constexpr LintKind FilterUnanchored = {"filter-unanchored", Severity::Note};
 
-} // namespace AccessDirectory::LintKinds
+// Patterns that may not say what was meant.
+inline constexpr LintKind FilterConstruct = {"filter-construct", Severity::Problem};
+inline constexpr LintKind FilterEscape = {"filter-escape", Severity::Problem};
+inline constexpr LintKind FilterQuantifier = {"filter-quantifier", Severity::Problem};
+inline constexpr LintKind FilterDialect = {"filter-dialect", Severity::Note};
+inline constexpr LintKind FilterTarget = {"filter-target", Severity::Problem};
+inline constexpr LintKind FilterEverything = {"filter-everything", Severity::Note};
+inline constexpr LintKind FilterHalfAnchored = {"filter-half-anchored", Severity::Problem};
+inline constexpr LintKind FilterUnanchored = {"filter-unanchored", Severity::Note};
+inline constexpr LintKind FilterDot = {"filter-dot", Severity::Note};
+inline constexpr LintKind FilterEnd = {"filter-end", Severity::Note};
+
+} // namespace LintKinds
+
+} // namespace AccessDirectory

@@ -19,12 +19,13 @@ constexpr const char* LowerHexDigits = "0123456789abcdef"; // the module writes 
 constexpr std::size_t SaltDigits = 32;
 constexpr std::size_t DigestDigits = 64;
 
-bool IsControl(char byte) {
-  return static_cast<unsigned char>(byte) < ' ' || byte == '\x7f';
-}
-
 std::string Or(const Mender::Command& command, const std::string& otherwise) {
   return command ? *command : otherwise;
+}
+
+/// What to do, and the command for it where there is one.
+std::string With(const std::string& advice, const Mender::Command& command) {
+  return command ? advice + ": " + *command : advice;
 }
 
 } // namespace
@@ -39,18 +40,10 @@ void Lint::CheckUser(std::size_t row) {
 
 void Lint::CheckUserId(std::size_t row) {
   const std::string id = Text(Users, row, UserColumn::Id);
-  std::string why;
-  if (std::any_of(id.begin(), id.end(), IsControl)) {
-    why =
-        "the id holds control characters: it can pass for another in a log and drive the terminal of whoever reads it";
-  } else if (id.empty()) {
-    why = "the id is empty: every request of such a user is refused";
-  } else if (id.find(':') != std::string::npos &&
-             Text(Users, row, UserColumn::Method) != Methods::tls_client_certificate) {
-    why = "the id holds a colon, where HTTP Basic ends an id: the user cannot log in with a password";
-  }
-  if (!why.empty()) {
-    Add(LintKinds::UserId, Users, row, std::move(why),
+  const bool with_password = Text(Users, row, UserColumn::Method) != Methods::tls_client_certificate;
+  const std::string fault = UserIdFault(id, with_password);
+  if (!fault.empty()) {
+    Add(LintKinds::UserId, Users, row, "the id " + fault + ": the user cannot log in",
         "add the user under another id and delete this one: " +
             Or(m_Mender.Run({"user", "delete"}, {id}), DeleteRow(Users, row)));
   }
@@ -61,9 +54,8 @@ std::string Lint::NewPassword(std::size_t row) const {
 }
 
 std::string Lint::NewCertificate(std::size_t row) const {
-  return "name the user's own certificate: " +
-         Or(m_Mender.Run({"user", "set-certificate", "--certificate", "FILE"}, {Text(Users, row, UserColumn::Id)}),
-            "\"user set-certificate\"");
+  return With("name the user's own certificate",
+              m_Mender.Run({"user", "set-certificate", "--certificate", "FILE"}, {Text(Users, row, UserColumn::Id)}));
 }
 
 void Lint::CheckCredential(std::size_t row) {
@@ -133,7 +125,7 @@ void Lint::CheckRights(std::size_t row) {
   const auto memberships = m_MembershipsOfUser.find(id);
   if (memberships == m_MembershipsOfUser.end()) {
     Add(LintKinds::UserWithoutGroup, Users, row, "the user is in no group: every request is refused",
-        "put the user into a group: " + Or(m_Mender.Run({"user", "set-groups"}, {id, "GROUP"}), "\"user set-groups\"") +
+        With("put the user into a group", m_Mender.Run({"user", "set-groups"}, {id, "GROUP"})) +
             "; or, if nobody needs it: " + Or(m_Mender.Run({"user", "delete"}, {id}), DeleteRow(Users, row)));
     return;
   }
@@ -143,8 +135,8 @@ void Lint::CheckRights(std::size_t row) {
   if (std::none_of(memberships->second.begin(), memberships->second.end(), grants)) {
     Add(LintKinds::UserWithoutAllow, Users, row,
         "none of the user's groups has an Allow that can grant anything: every request is refused",
-        "give one of the user's groups an Allow: " +
-            Or(m_Mender.Run({"filter", "add"}, {"GROUP", "Allow", "METHOD", "PATTERN"}), "\"filter add\"") +
+        With("give one of the user's groups an Allow",
+             m_Mender.Run({"filter", "add"}, {"GROUP", "Allow", "METHOD", "PATTERN"})) +
             "; or put the user into another group");
   }
 }

@@ -41,12 +41,7 @@ TEST_F(GroupsAndFilters, GroupsAreAddedFilledAndDeleted) {
       {"group add editors", 0,
        "Added group \"editors\". Note: 2 filters of an earlier group of this id now apply to it.\n", ""},
   });
-  EXPECT_EQ(Json("group show editors"), OrderedJson::parse(R"json({
-    "group_id":"editors", "group_name":"editors", "users":[], "filters":[
-      {"method":"GET","filter":"^/articles(/|$)","action":"Allow"},
-      {"method":"HEAD","filter":"^/articles(/|$)","action":"Allow"}]})json"));
-  EXPECT_EQ(Json("group list --limit 0"), OrderedJson::parse(R"({"skip":0,"limit":0,"total":1,"results":[]})"));
-  EXPECT_EQ(Json("group set-members editors bob ann"),
+  EXPECT_EQ(Json({"group", "set-members", "editors", "bob", "ann"}),
             OrderedJson::parse(R"({"group_id":"editors","users":["ann","bob"],"warnings":[]})"));
   EXPECT_EQ(Json("group delete editors"),
             OrderedJson::parse(R"({"deleted":[{"group_id":"editors","filters_left":2}],"warnings":[]})"));
@@ -69,17 +64,10 @@ TEST_F(GroupsAndFilters, FiltersAreAddedListedAndDeletedByAllFourValues) {
       {{"filter", "delete", "g", "Allow", "GET", "^/a\\.b$"}, 1, "", "no filter has exactly these four values"},
       {"filter delete g Deny PUT [x]", 0, "Deleted 1 filter.\n", ""},
   });
-  EXPECT_EQ(Json("filter list"), OrderedJson::parse(R"({"skip":0,"limit":2,"total":2,"results":[
-    {"group_id":"g","action":"Allow","method":"PUT","filter":"^/a\\.b$"},
-    {"group_id":"h","action":"Allow","method":"GET","filter":"^/a\\.b$"}]})"));
-  EXPECT_EQ(Json("filter add g Deny GET ^/z"),
-            OrderedJson::parse(R"({"added":[{"group_id":"g","action":"Deny","method":"GET","filter":"^/z"}]})"));
-  EXPECT_EQ(Json("filter delete g Deny GET ^/z"),
-            OrderedJson::parse(R"({"deleted":[{"group_id":"g","action":"Deny","method":"GET","filter":"^/z"}]})"));
   Run({{"group delete h", 0, "Deleted group \"h\". Its 1 filter stays and applies again to a later group of this id.\n",
         ""}});
-  EXPECT_EQ(Json("filter list --group h")["group_exists"], false);
-  EXPECT_THAT(Tool("filter list --group h").out, HasSubstr("\nNote: there is no group \"h\""));
+  EXPECT_EQ(Json({"filter", "list", "--group", "h"})["group_exists"], false);
+  EXPECT_THAT(Tool({"filter", "list", "--group", "h"}).out, HasSubstr("\nNote: there is no group \"h\""));
 }
 
 TEST_F(GroupsAndFilters, RefusalsNameTheValueAndChangeNothing) {
@@ -100,19 +88,23 @@ TEST_F(GroupsAndFilters, RefusalsNameTheValueAndChangeNothing) {
       {"filter add g Allow ,GET /", 2, "", "METHOD: \"\" is none of"},
       {"filter add g Allow GET ([", 2, "", "PATTERN: \"([\" is not a POSIX extended regular expression"},
       {{"filter", "add", "g", "Allow", "GET", ""}, 2, "", "an empty pattern matches nothing"},
+      {{"filter", "add", "g", "Deny", "GET", "^/(?:a|b)$"}, 2, "", "\"(\" groups here; better: \"^/(a|b)$\""},
   });
   EXPECT_TRUE(Contents(File()) == before);
-  Run({{"filter add none Permit brew ([ --unchecked", 0, "Added 1 filter.\n", ""}});
+  Run({{{"filter", "add", "none", "Permit", "brew", "([", "--unchecked"}, 0, "Added 1 filter.\n", ""},
+       {{"filter", "add", "g", "Deny", "GET", "^/n/\\d+$"},
+        0,
+        "Added 1 filter.\n",
+        "mean by it; better: \"^/n/[0-9]+$\""}});
   EXPECT_EQ(Query("SELECT * FROM filters WHERE method = 'brew'"),
             (std::vector<BareDatabase::Row>{{"brew", "none", "([", "Permit"}}));
 }
 
 TEST_F(GroupsAndFilters, APatternIsTriedWithoutADatabase) {
   const std::vector<Step> steps = {
-      {"filter test ^/a(/|$) /a /a/b", 0, "MATCHES  PART  URL\nyes      /a    /a\nyes      /a/   /a/b\n", ""},
-      {"filter test b+ /abbb /x", 1, "MATCHES  PART  URL\nyes      bbb   /abbb\nno       -     /x\n", ""},
-      {"filter test [ /", 2, "", "PATTERN: \"[\" is not a POSIX extended regular expression"},
-      {"filter test [a,b] [a,b]", 0, "MATCHES  PART  URL\nyes      a     [a,b]\n", ""},
+      {{"filter", "test", "b+", "/abbb", "/x"}, 1, "MATCHES  PART  URL\nyes      bbb   /abbb\nno       -     /x\n", ""},
+      {{"filter", "test", "[", "/"}, 2, "", "PATTERN: \"[\" is not a POSIX extended regular expression"},
+      {{"filter", "test", "[a,b]", "[a,b]"}, 0, "MATCHES  PART  URL\nyes      a     [a,b]\n", ""},
   };
   for (const Step& step : steps) {
     const ToolResult result = RunTool("", step.arguments);
@@ -120,10 +112,6 @@ TEST_F(GroupsAndFilters, APatternIsTriedWithoutADatabase) {
     EXPECT_EQ(result.out, step.out);
     EXPECT_THAT(result.err, HasSubstr(step.error));
   }
-  EXPECT_EQ(
-      Json("filter test b$ /b /a", 1),
-      OrderedJson::parse(
-          R"({"pattern":"b$","results":[{"url":"/b","matches":true,"part":"b"},{"url":"/a","matches":false,"part":null}]})"));
 }
 
 } // namespace

@@ -1,7 +1,10 @@
 // lint: what it finds, and that what it says mends a finding does.
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
+
+#include <sys/stat.h>
 
 #include "ToolDirectory.h"
 
@@ -106,6 +109,9 @@ protected:
 TEST_F(Lint, FindsNothingInASoundDirectory) {
   EXPECT_EQ(Findings(), std::vector<Document>());
   EXPECT_EQ(Tool({"lint"}).out, "No findings in 1 user, 1 group, 1 membership and 1 filter.\n");
+  ASSERT_EQ(chmod(File().c_str(), 0644), 0);
+  EXPECT_EQ(Tool({"lint"}).out.rfind("problem  file-mode  " + File() + "\n  Why", 0), 0U);
+  EXPECT_EQ(Json({"lint"}, 1)["findings"][0]["mend"], "chmod o= -- " + File());
 }
 
 TEST_F(Lint, FindsWhatIsWrongWithFiltersAndSaysWhatMendsIt) {
@@ -114,20 +120,22 @@ TEST_F(Lint, FindsWhatIsWrongWithFiltersAndSaysWhatMendsIt) {
       // Filters that never apply.
       {filter + "'Allow', 'GET', '')", {"filter-pattern command"}},
       {filter + "'Deny', 'GET', '^/(')", {"filter-pattern command"}},
-      {filter + "'Allow', 'get', '^/x')", {"filter-method command"}},
-      {filter + "'Allow', 'FETCH', '^/x')", {"filter-method command"}},
-      {filter + "'Allow', 'GET,PUT', '^/x')", {"filter-method sql"}},
-      {filter + "'deny', 'GET', '^/x')", {"filter-action command"}},
-      {filter + "'', 'GET', '^/x')", {"filter-action command"}},
-      {filter + "'allow', 'put', '^/x')", {"filter-method command", "filter-action command"}},
+      {filter + "'Deny', 'GET', '^/((((a{50}){50}){50}){50})')", {"filter-costly advice"}},
+      {filter + "'Allow', 'get', '^/x$')", {"filter-method command"}},
+      {filter + "'Allow', 'FETCH', '^/x$')", {"filter-method command"}},
+      {filter + "'Allow', 'GET,PUT', '^/x$')", {"filter-method sql"}},
+      {filter + "'deny', 'GET', '^/x$')", {"filter-action command"}},
+      {filter + "'allow', 'put', '^/x$')", {"filter-method command", "filter-action command"}},
       {"INSERT INTO filters VALUES('GET', 'nobody', '^/', 'Allow')", {"filter-group command"}},
-      {filter + "'Allow', 'GET', '^/x'), ('editors', 'Deny', 'GET', '^/x')", {"filter-overruled command"}},
+      {filter + "'Allow', 'GET', '^/x$'), ('editors', 'Deny', 'GET', '^/x$')", {"filter-overruled command"}},
       // Filters that are not as they seem.
-      {filter + "'Allow', 'PUT', '^/x'), ('editors', 'Allow', 'PUT', '^/x')", {"filter-repeated command"}},
-      {filter + "'Deny', 'GET', '^/x'), ('editors', 'Deny', 'GET', '^/x')", {"filter-repeated sql"}},
-      {filter + "'Deny', 'PUT', '^/x')", {"filter-idle advice"}},
-      {filter + "'Allow', 'GET', '/x')", {"filter-unanchored command"}},
-      {filter + "'Deny', 'GET', 'a)')", {"filter-unanchored advice"}},
+      {filter + "'Allow', 'PUT', '^/x$'), ('editors', 'Allow', 'PUT', '^/x$')", {"filter-repeated command"}},
+      {filter + "'Deny', 'GET', '^/x$'), ('editors', 'Deny', 'GET', '^/x$')", {"filter-repeated sql"}},
+      {filter + "'Deny', 'PUT', '^/x$')", {"filter-idle advice"}},
+      {filter + "'Allow', 'GET', '/x')", {"filter-unanchored command", "filter-end advice"}},
+      {filter + "'Deny', 'GET', '(^|/)a$')", {"filter-unanchored advice"}},
+      {filter + "'Deny', 'GET', '^/[\\d]+?$')", {"filter-escape command", "filter-quantifier command"}},
+      {filter + "'Deny', 'GET', '^/(?:a|b)$')", {"filter-construct command"}},
   };
   ExpectFindings(cases);
 }
@@ -143,7 +151,6 @@ TEST_F(Lint, FindsWhatIsWrongWithUsersAndGroupsAndSaysWhatMendsIt) {
       {"INSERT INTO groupusers VALUES('editors', 'ghost')", {"membership-user command"}},
       {"INSERT INTO groupusers VALUES('gone', 'alice')", {"membership-group command"}},
       {"INSERT INTO groupusers VALUES('not an id', 'alice')", {"membership-group sql"}},
-      {"INSERT INTO groupusers VALUES('gone', 'ghost')", {"membership-group command", "membership-user command"}},
       {"INSERT INTO groupusers VALUES('editors', 'alice')", {"membership-repeated command"}},
       {"INSERT INTO groupusers VALUES('editors', 'alice'), ('gone', 'alice')",
        {"membership-repeated sql", "membership-group command"}},
@@ -164,7 +171,6 @@ TEST_F(Lint, FindsWhatIsWrongWithUsersAndGroupsAndSaysWhatMendsIt) {
       {"UPDATE filters SET filter = '('", {"user-without-allow advice", "filter-pattern command"}},
       // Credentials.
       {user + "'plain_pw', 'hunter2', 'd', 'alice')", {"credential-plain command"}},
-      {user + "'plain_pw', '', 'd', 'alice')", {"credential-plain command"}},
       {user + "'md5', 'hunter2', 'd', 'alice')", {"credential-method command"}},
       {user + "'sha256', '" + digest + "', 'd', 'alice')", {"credential-malformed command"}},
       {user + "'sha256', '" + salt + ":" + digest + "0', 'd', 'alice')", {"credential-malformed command"}},
@@ -214,7 +220,7 @@ TEST_F(Lint, HostileTextsNeitherEscapeTheShellNorDriveTheTerminal) {
 TEST_F(Lint, CommandsNameTheDatabaseAsThisRunDid) {
   Sql("INSERT INTO groups VALUES('g', 'G')");
   const std::string odd = PathBeside("it's a file.db");
-  std::ofstream(odd, std::ios::binary) << Contents(File());
+  std::filesystem::copy_file(File(), odd);
   const ToolResult result = RunTool("", {"lint", "--json", "-d", odd});
   const std::string mend = Document::parse(result.out)["findings"][0]["mend"];
   EXPECT_NE(mend.find(" '--database="), std::string::npos) << mend;
@@ -231,14 +237,8 @@ TEST_F(Lint, NotesCanBeHiddenAndThenDoNotCount) {
   EXPECT_EQ(hidden.out, "No findings in 1 user, 2 groups, 1 membership and 1 filter.\n");
   Sql("INSERT INTO filters VALUES('GET', 'g', '', 'Allow')");
   const Document report = Document::parse(Tool({"lint", "--no-notes", "--json"}).out);
-  EXPECT_EQ(report["problems"], 1);
-  EXPECT_EQ(report["notes"], 0);
   EXPECT_EQ(report["kinds"].dump(), R"([{"kind":"filter-pattern","severity":"problem","count":1}])");
-  EXPECT_EQ(report["rows"].dump(), R"({"users":1,"groups":2,"memberships":1,"filters":2})");
-  const Document& finding = report["findings"][0];
-  EXPECT_EQ(finding["row"].dump(), R"({"group_id":"g","action":"Allow","method":"GET","filter":""})");
-  EXPECT_EQ(finding["table"], "filters");
-  EXPECT_EQ(finding["severity"], "problem");
+  EXPECT_EQ(report["findings"][0]["row"].dump(), R"({"group_id":"g","action":"Allow","method":"GET","filter":""})");
 }
 
 // Work that grows with the square of a group, a user or a table would not end in time.

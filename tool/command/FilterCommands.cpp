@@ -5,6 +5,7 @@
 #include <set>
 
 #include "directory/file/Database.h"
+#include "directory/lint/PatternFindings.h"
 #include "directory/Module.h"
 #include "directory/Vocabulary.h"
 #include "tool/command/Listing.h"
@@ -37,17 +38,46 @@ Json FilterJson(const Perenna::PListDict& row) {
           {"filter", JsonText(Field(row, Keys::filter))}};
 }
 
+std::vector<std::string> Methods(const FilterOptions& options) {
+  return CLI::detail::split(options.methods, ',');
+}
+
+/// A pattern between quotes, as it would be written.
+std::string QuotedPattern(const std::string& pattern) {
+  return '"' + Shown(pattern, Backslash::Kept) + '"';
+}
+
+/// What a finding says, and what mends it.
+std::string Sentence(const PatternReading& reading, const PatternFinding& finding) {
+  return finding.why + "; " + (finding.advice.empty() ? "better: " + QuotedPattern(reading.better) : finding.advice);
+}
+
 std::unique_ptr<Perenna::RegularExpression> Compile(const std::string& pattern) {
   std::string fault;
   auto compiled = CompilePattern(pattern, fault);
   if (!fault.empty()) {
-    throw Failure(Failure::Kind::Input, "PATTERN: " + Quoted(pattern) + " is " + fault);
+    std::string message = "PATTERN: " + QuotedPattern(pattern) + " is " + fault;
+    const PatternReading reading = ReadPattern(pattern, true, Perenna::METH_MAX);
+    for (const PatternFinding& finding : reading.findings) {
+      message += ". " + Sentence(reading, finding);
+    }
+    throw Failure(Failure::Kind::Input, message);
   }
   return compiled;
 }
 
-std::vector<std::string> Methods(const FilterOptions& options) {
-  return CLI::detail::split(options.methods, ',');
+/// What a pattern does not mean that looks as if it did. What is merely worth a look is for "lint".
+std::vector<std::string> PatternWarnings(const FilterOptions& options, const std::string& method_name) {
+  Perenna::Method_t method = Perenna::METH_MAX;
+  static_cast<void>(Perenna::StringToMethod(method_name, method));
+  const PatternReading reading = ReadPattern(options.pattern, options.action == Allow, method);
+  std::vector<std::string> warnings;
+  for (const PatternFinding& finding : reading.findings) {
+    if (finding.kind->severity == Severity::Problem) {
+      warnings.push_back("PATTERN: " + Sentence(reading, finding));
+    }
+  }
+  return warnings;
 }
 
 /// "Allow" or "Deny", whatever the letter case: the module knows no other spelling. Throws `Failure`.
@@ -113,8 +143,16 @@ ExitStatus AddFilter(const Context& context, const FilterOptions& given) {
     module.Apply([&request](LocalAccessManager::UserManager& manager) { return manager.CreateFilter(request); });
     added.push_back(FilterJson(request));
   }
+  const std::vector<std::string> warnings =
+      PatternWarnings(options, options.methods.substr(0, options.methods.find(',')));
+  for (const std::string& warning : warnings) {
+    if (!context.WantsJson()) {
+      Warn(warning);
+    }
+  }
   const std::size_t count = added.size();
-  context.Report("Added " + Count(count, "filter") + ".", {{"added", std::move(added)}});
+  context.Report("Added " + Count(count, "filter") + ".",
+                 {{"added", std::move(added)}, {"warnings", JsonTexts(warnings)}});
   return ExitStatus::Done;
 }
 

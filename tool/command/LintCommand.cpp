@@ -24,8 +24,8 @@ struct LintOptions {
 /// What to look at, and how much of it there is.
 class Report {
 public:
-  Report(const StoredDirectory& stored, std::vector<Finding> findings)
-      : m_Stored(stored), m_Findings(std::move(findings)), m_Kinds(ByKind(m_Findings)) {
+  Report(const std::string& file, const StoredDirectory& stored, std::vector<Finding> findings)
+      : m_File(Shown(file)), m_Stored(stored), m_Findings(std::move(findings)), m_Kinds(ByKind(m_Findings)) {
     for (std::size_t number = 0; number < SectionCount; ++number) {
       m_Rows.at(number) = stored.at(number).texts.Count();
     }
@@ -87,10 +87,11 @@ private:
   }
 
   void PrintOne(const Finding& finding) const {
-    std::cout << Heading(*finding.kind) << Sections.at(finding.section).table << ", rowid " << RowId(finding) << '\n'
-              << "  Row   " << RowText(finding) << '\n'
-              << "  Why   " << finding.why << '\n'
-              << "  Mend  " << finding.mend << "\n\n";
+    std::cout << Heading(*finding.kind) << Place(finding) << '\n';
+    if (finding.section != SectionCount) {
+      std::cout << "  Row   " << RowText(finding) << '\n';
+    }
+    std::cout << "  Why   " << finding.why << '\n' << "  Mend  " << finding.mend << "\n\n";
   }
 
   void PrintSome(const FindingsOfKind& kind) const {
@@ -101,6 +102,12 @@ private:
       std::cout << "  Row   " << RowText(finding) << '\n' << "  Mend  " << finding.mend << '\n';
     }
     std::cout << "  and " << kind.findings.size() - ShownOfAKind << " more, which --all shows\n\n";
+  }
+
+  std::string Place(const Finding& finding) const {
+    return finding.section == SectionCount
+               ? m_File
+               : std::string(Sections.at(finding.section).table) + ", rowid " + std::to_string(RowId(finding));
   }
 
   long long RowId(const Finding& finding) const { return m_Stored.at(finding.section).rowids[finding.row]; }
@@ -127,6 +134,15 @@ private:
   }
 
   Json FindingJson(const Finding& finding) const {
+    if (finding.section == SectionCount) {
+      return {{"kind", finding.kind->name},
+              {"severity", SeverityName(*finding.kind)},
+              {"table", nullptr},
+              {"rowid", nullptr},
+              {"row", nullptr},
+              {"why", finding.why},
+              {"mend", finding.mend}};
+    }
     Json row = Json::object();
     for (const std::size_t column : Columns(finding.section)) {
       row[Sections.at(finding.section).columns[column]] =
@@ -145,6 +161,7 @@ private:
     return Count(m_Problems, "problem") + " and " + Count(m_Findings.size() - m_Problems, "note");
   }
 
+  std::string m_File;
   const StoredDirectory& m_Stored;
   std::vector<Finding> m_Findings;
   std::vector<FindingsOfKind> m_Kinds;
@@ -159,19 +176,20 @@ ExitStatus RunLint(const Context& context, const LintOptions& options) {
     return ReadStoredDirectory(database);
   }();
   const Mender mender(file, context.DatabaseArguments());
-  std::vector<Finding> findings;
+  std::vector<Finding> findings = LintFile(file);
   {
     ProgressBar progress;
     if (stored[Users].texts.Count() + stored[Filters].texts.Count() > BarRows) {
       progress.Show();
     }
-    findings = Lint(stored, mender, progress).Run();
+    std::vector<Finding> of_rows = Lint(stored, mender, progress).Run();
+    findings.insert(findings.end(), std::make_move_iterator(of_rows.begin()), std::make_move_iterator(of_rows.end()));
   }
   if (options.no_notes) {
     const auto is_note = [](const Finding& finding) { return finding.kind->severity == Severity::Note; };
     findings.erase(std::remove_if(findings.begin(), findings.end(), is_note), findings.end());
   }
-  const Report report(stored, std::move(findings));
+  const Report report(file, stored, std::move(findings));
   if (context.WantsJson()) {
     report.PrintAsJson();
   } else {
