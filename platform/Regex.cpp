@@ -73,7 +73,7 @@ RegularExpression::RegularExpression(const std::string& pattern) {
   if (!m_regex_init) {
     std::array<char, ErrorTextBytes> explanation{};
     if (refusal != nullptr) {
-      std::snprintf(explanation.data(), explanation.size(), "too costly: %s", refusal);
+      (void)std::snprintf(explanation.data(), explanation.size(), "too costly: %s", refusal);
     } else {
       regerror(status, nullptr, explanation.data(), explanation.size());
     }

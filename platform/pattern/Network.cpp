@@ -11,6 +11,8 @@ constexpr std::size_t MaximumNodes = 2 * MaximumElements;
 constexpr std::size_t MaximumChain = 10000;
 /// Steps of a few nanoseconds, here and in the C library.
 constexpr std::size_t MaximumSteps = 20000000;
+/// Entries of lists that the C library merges in the time of a step.
+constexpr std::size_t EntriesAStep = 8;
 /// Entries of the lists of reachable nodes.
 constexpr std::size_t MaximumListed = 30000000;
 
@@ -147,6 +149,7 @@ private:
     Network::Node node;
     node.ways = ways;
     node.next = {first, second};
+    node.repeated = m_repeating;
     m_nodes.push_back(node);
     return static_cast<std::uint32_t>(m_nodes.size() - 1);
   }
@@ -225,19 +228,29 @@ private:
     return result;
   }
 
+  /// One of the parts that a repetition writes out. The C library does not let what stands behind an assertion inherit
+  /// its conditions in any but the first.
+  std::uint32_t BuildInstance(NodeIndex index, std::uint32_t next, bool first) {
+    const bool before = m_repeating;
+    m_repeating = before || !first;
+    const std::uint32_t start = Build(index, next);
+    m_repeating = before;
+    return start;
+  }
+
   std::uint32_t BuildRepetition(const Node& part, std::uint32_t next) {
     if (part.maximum == Unbounded) {
       const std::uint32_t loop = Add(2, NoNode, next);
-      const std::uint32_t body = Build(part.first_child, loop);
+      const std::uint32_t body = BuildInstance(part.first_child, loop, part.minimum == 0);
       m_nodes[loop].next[0] = body;
       next = loop;
     } else {
       std::uint32_t outer = NoNode;
       std::uint32_t result = next;
-      for (std::uint32_t copy = part.minimum; copy < part.maximum; ++copy) {
+      for (std::uint32_t left = part.maximum; left > part.minimum; --left) {
         const std::uint32_t choice = Add(2, NoNode, next);
         (outer == NoNode ? result : m_nodes[outer].next[0]) = choice;
-        next = Build(part.first_child, next);
+        next = BuildInstance(part.first_child, next, left == 1);
         outer = choice;
       }
       if (outer != NoNode) {
@@ -245,8 +258,8 @@ private:
         next = result;
       }
     }
-    for (std::uint32_t copy = 0; copy < part.minimum; ++copy) {
-      next = Build(part.first_child, next);
+    for (std::uint32_t left = part.minimum; left > 0; --left) {
+      next = BuildInstance(part.first_child, next, left == 1);
     }
     return next;
   }
@@ -262,13 +275,14 @@ private:
       std::uint32_t node;
       std::uint8_t way;
       bool incomplete;
+      std::size_t size; // of the list, or more: what several ways lead to counts as often
     };
     std::vector<Visit> visits;
     const auto enter = [&](std::uint32_t node) {
       m_state[node] = State::Listing;
-      visits.push_back({node, 0, false});
+      visits.push_back({node, 0, false, 1});
       const Network::Node& entered = m_nodes[node];
-      const bool copies = entered.conditions != 0 && entered.ways > 0 && m_nodes[entered.next[0]].origin == NoNode;
+      const bool copies = entered.conditions != 0 && entered.ways > 0 && !m_nodes[entered.next[0]].repeated;
       return visits.size() <= MaximumChain && TakeSteps(visits.size() / 16 + 1) && (!copies || CopyBehind(node));
     };
     if (!enter(start)) {
@@ -281,6 +295,8 @@ private:
         const std::uint32_t next = node.next[visit.way++];
         if (m_state[next] == State::Listing) {
           visit.incomplete = true;
+        } else if (m_state[next] == State::Listed) {
+          visit.size += m_nodes[next].listed;
         } else if (m_state[next] == State::Unknown && !enter(next)) {
           return false;
         }
@@ -290,8 +306,14 @@ private:
       visits.pop_back();
       const bool unknown = done.incomplete && !visits.empty();
       m_state[done.node] = unknown ? State::Unknown : State::Listed;
-      if (unknown) {
-        visits.back().incomplete = true;
+      const std::size_t size = std::min(done.size, m_nodes.size());
+      m_nodes[done.node].listed = static_cast<std::uint32_t>(size);
+      if (!TakeSteps(size / EntriesAStep)) {
+        return false;
+      }
+      if (!visits.empty()) {
+        visits.back().size += size;
+        visits.back().incomplete = visits.back().incomplete || unknown;
       }
     }
     return true;
@@ -303,6 +325,7 @@ private:
     }
     Network::Node node = m_nodes[origin];
     node.origin = origin;
+    node.repeated = true;
     node.conditions |= conditions;
     copy = static_cast<std::uint32_t>(m_nodes.size());
     m_nodes.push_back(node);
@@ -382,6 +405,7 @@ private:
   const Tree& m_tree;
   std::vector<State> m_state;
   std::size_t m_steps = 0;
+  bool m_repeating = false;
 };
 
 Network::Network(const Tree& tree) {

@@ -41,6 +41,7 @@ public:
     std::uint8_t ways = 0;         ///< how many of `next`
     std::uint8_t conditions = 0;
     bool consumes = false;
+    bool repeated = false;         ///< a copy, also of what a repetition writes out
     bool lists_conditions = false; ///< whether any of those `listed` has conditions
   };
 

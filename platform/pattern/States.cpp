@@ -155,7 +155,7 @@ void States::MakeMasks() {
 }
 
 double States::Steps(std::size_t bytes, std::size_t longest) const {
-  const double length = static_cast<double>(bytes);
+  const auto length = static_cast<double>(bytes);
   return m_anchored ? length : length * std::min(length / 2, static_cast<double>(longest) + 1);
 }
 

@@ -45,9 +45,9 @@ private:
   void DivideBytes();
   void MakeMasks();
   bool Accepts(const Network::Node& node, std::size_t kind) const;
-  void Reach(std::uint32_t node, Context context);
+  void Reach(std::uint32_t start, Context context);
   bool TakeReached(Context context);
-  bool Leave(std::size_t state, Needs& needs);
+  bool Leave(std::size_t index, Needs& needs);
   double Steps(std::size_t bytes, std::size_t longest) const;
 
   const Tree& m_tree;
