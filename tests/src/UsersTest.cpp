@@ -52,9 +52,11 @@ TEST_F(Users, ACreationStoresItsCredentialDateAndCreatorAndNothingElseOfTheReque
                                    "user_id=thumbprint certificate=AAECAwQFBgcICQoLDA0ODxAREhM=",
                                    "user_id=other_text_of_it certificate=AAECAwQFBgcICQoLDA0ODxAREhN="}) {
     const Perenna::PListDict request = Fields(fields + forged);
-    Perenna::PListData* user_id = nullptr;
-    ASSERT_TRUE(request.GetData("user_id", user_id));
-    user_id->ForceType(Perenna::IT_DATA); // the text is tested, so the text is stored
+    for (const char* const key : {"user_id", "create_user"}) {
+      Perenna::PListData* item = nullptr;
+      ASSERT_TRUE(request.GetData(key, item));
+      item->ForceType(Perenna::IT_DATA); // the text is tested, so the text is stored
+    }
     EXPECT_EQ(Manager().CreateUser(request), Tarn::RESULT_FALSE) << fields;
     EXPECT_EQ(request.GetData("create_date").GetValue(), "never") << "the caller's request stays as it was";
   }
