@@ -94,8 +94,8 @@ int Database::Probe() {
 bool Database::LacksSharedMemory(int code) const {
   const int extended = sqlite3_extended_errcode(m_Handle.get());
   return code == SQLITE_FULL || code == SQLITE_CANTOPEN ||
-         (code == SQLITE_IOERR && (extended == SQLITE_IOERR_SHMOPEN || extended == SQLITE_IOERR_SHMSIZE ||
-                                   extended == SQLITE_IOERR_SHMMAP));
+         (code == SQLITE_IOERR &&
+          (extended == SQLITE_IOERR_SHMOPEN || extended == SQLITE_IOERR_SHMSIZE || extended == SQLITE_IOERR_SHMMAP));
 }
 
 void Database::ThrowUnshared(const std::string& reason) const {
