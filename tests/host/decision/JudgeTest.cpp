@@ -149,40 +149,40 @@ TEST_F(Judging, KeepsAnswersUntilSomethingIsCommitted) {
 TEST_F(Judging, SlowsDownGuessesOfAnIdFromOneNetworkAlone) {
   const struct {
     int wait; // milliseconds
+    unsigned retry;
     const char* login;
     const char* address;
     const char* outcome;
-    unsigned retry = 0;
   } steps[] = {
-      {0, "anna:pa:ss", "192.0.2.9", "allowed"}, // proven from there for a day
-      {0, "anna:1", "192.0.2.7", "unauthenticated"},
-      {59999, "anna:2", "192.0.2.7", "unauthenticated"},
-      {1, "anna:3", "192.0.2.7", "unauthenticated"}, // the first has left the window
-      {0, "anna:4", "192.0.2.7", "unauthenticated"},
-      {0, "anna:pa:ss", "192.0.2.7", "throttled", 1},
-      {0, "anna:pa:ss", "192.0.2.8", "allowed"},
-      {0, "ben:b", "192.0.2.7", "allowed"},
-      {0, "anna:pa:ss", "", "allowed"}, // no address, no limit: nobody may lock an id
-      {999, "anna:5", "192.0.2.7", "throttled", 1},
-      {1, "anna:5", "192.0.2.7", "unauthenticated"},
-      {1001, "anna:6", "192.0.2.7", "throttled", 1}, // twice as long
-      {999, "anna:6", "192.0.2.7", "unauthenticated"},
-      {3999, "anna:7", "192.0.2.7", "throttled", 1},
-      {1, "anna:7", "192.0.2.7", "unauthenticated"},
-      {8000, "anna:8", "192.0.2.7", "unauthenticated"},
-      {16000, "anna:9", "192.0.2.7", "unauthenticated"},
-      {0, "anna:9", "192.0.2.7", "throttled", 30}, // the longest
-      {30000, "anna:pa:ss", "192.0.2.7", "allowed"},
-      {0, "anna:x", "192.0.2.7", "unauthenticated"},
-      {0, "anna:pa:ss", "192.0.2.7", "allowed"}, // proven before
-      {0, "anna:y", "192.0.2.7", "throttled", 30},
-      {90000, "anna:z", "192.0.2.7", "unauthenticated"}, // forgotten
-      {0, "anna:z", "192.0.2.7", "unauthenticated"},
-      {0, "none:1", "2001:db8::1", "unauthenticated"},
-      {0, "none:2", "2001:db8::ffff:1", "unauthenticated"},
-      {0, "none:3", "2001:db8:0:0:1::", "unauthenticated"},
-      {0, "none:4", "2001:db8::2", "throttled", 1}, // an id that does not exist, and one network
-      {0, "none:4", "2001:db8:0:1::2", "unauthenticated"},
+      {0, 0, "anna:pa:ss", "192.0.2.9", "allowed"}, // proven from there for a day
+      {0, 0, "anna:1", "192.0.2.7", "unauthenticated"},
+      {59999, 0, "anna:2", "192.0.2.7", "unauthenticated"},
+      {1, 0, "anna:3", "192.0.2.7", "unauthenticated"}, // the first has left the window
+      {0, 0, "anna:4", "192.0.2.7", "unauthenticated"},
+      {0, 1, "anna:pa:ss", "192.0.2.7", "throttled"},
+      {0, 0, "anna:pa:ss", "192.0.2.8", "allowed"},
+      {0, 0, "ben:b", "192.0.2.7", "allowed"},
+      {0, 0, "anna:pa:ss", "", "allowed"}, // no address, no limit: nobody may lock an id
+      {999, 1, "anna:5", "192.0.2.7", "throttled"},
+      {1, 0, "anna:5", "192.0.2.7", "unauthenticated"},
+      {1001, 1, "anna:6", "192.0.2.7", "throttled"}, // twice as long
+      {999, 0, "anna:6", "192.0.2.7", "unauthenticated"},
+      {3999, 1, "anna:7", "192.0.2.7", "throttled"},
+      {1, 0, "anna:7", "192.0.2.7", "unauthenticated"},
+      {8000, 0, "anna:8", "192.0.2.7", "unauthenticated"},
+      {16000, 0, "anna:9", "192.0.2.7", "unauthenticated"},
+      {0, 30, "anna:9", "192.0.2.7", "throttled"}, // the longest
+      {30000, 0, "anna:pa:ss", "192.0.2.7", "allowed"},
+      {0, 0, "anna:x", "192.0.2.7", "unauthenticated"},
+      {0, 0, "anna:pa:ss", "192.0.2.7", "allowed"}, // proven before
+      {0, 30, "anna:y", "192.0.2.7", "throttled"},
+      {90000, 0, "anna:z", "192.0.2.7", "unauthenticated"}, // forgotten
+      {0, 0, "anna:z", "192.0.2.7", "unauthenticated"},
+      {0, 0, "none:1", "2001:db8::1", "unauthenticated"},
+      {0, 0, "none:2", "2001:db8::ffff:1", "unauthenticated"},
+      {0, 0, "none:3", "2001:db8:0:0:1::", "unauthenticated"},
+      {0, 1, "none:4", "2001:db8::2", "throttled"}, // an id that does not exist, and one network
+      {0, 0, "none:4", "2001:db8:0:1::2", "unauthenticated"},
   };
   for (const auto& step : steps) {
     m_Now += step.wait;

@@ -51,7 +51,8 @@ protected:
       std::string text(Tarn::base64_buffer_size(login.size()), '\0');
       Tarn::base64encode(reinterpret_cast<const Tarn::byte_t*>(login.data()), static_cast<unsigned>(login.size()),
                          text.data(), static_cast<unsigned>(text.size()));
-      fields.push_back({"Authorization", std::string("Basic ") + text.c_str()});
+      text.pop_back(); // the terminator
+      fields.push_back({"Authorization", "Basic " + text});
     }
     if (!address.empty()) {
       fields.push_back({"X-Real-IP", address});
