@@ -41,7 +41,8 @@ TEST(Pauses, LastTheirTimeWhateverSignalsArrive) {
   Tarn::sleep_ms(60);
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(60));
   setitimer(ITIMER_REAL, nullptr, nullptr);
-  signal(SIGALRM, SIG_DFL);
+  ignored.sa_handler = SIG_DFL;
+  sigaction(SIGALRM, &ignored, nullptr);
 }
 
 TEST(Files, OnlyRegularFilesCount) {

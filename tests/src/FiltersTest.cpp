@@ -32,20 +32,15 @@ TEST_F(Filters, ARequestWithoutFourScalarsIsRefusedAndChangesNothing) {
   AddFilter("x x x x");
   for (const auto operation : {&UserManager::CreateFilter, &UserManager::DeleteFilter}) {
     for (const std::string key : {"method", "group_id", "filter", "action"}) {
-      Perenna::PListDict missing;
-      Perenna::PListDict wrong;
+      Perenna::PListDict request;
       for (const std::string other : {"method", "group_id", "filter", "action"}) {
-        (other == key ? wrong : missing).SetValue(other, "x");
-        wrong.SetValue(other, "x");
+        other == key ? void() : request.SetValue(other, "x");
       }
-      EXPECT_EQ((Manager().*operation)(missing), Tarn::RESULT_PARAM);
+      EXPECT_EQ((Manager().*operation)(request), Tarn::RESULT_PARAM);
       EXPECT_EQ(Log(), "E:Dictionary arguments do not contain \"" + key + "\".\n");
-      wrong.SetItem(key, new Perenna::PListArray);
-      EXPECT_EQ((Manager().*operation)(wrong), Tarn::RESULT_PARAM);
+      request.SetItem(key, new Perenna::PListArray);
+      EXPECT_EQ((Manager().*operation)(request), Tarn::RESULT_PARAM);
       EXPECT_EQ(Log(), "E:Item type is not scalar.\n");
-      wrong.SetNull(key);
-      EXPECT_EQ((Manager().*operation)(wrong), Tarn::RESULT_PARAM);
-      EXPECT_EQ(Log(), "E:Unknown PList data type.\n");
     }
   }
   EXPECT_EQ(Rows(Stored), "x|x|x|x");

@@ -40,8 +40,9 @@ TEST_F(Locks, AreHeldFromTheFirstStatementToTheLastAndNotOverADigest) {
   AddFilter("GET g ( Allow");
   for (const std::string table : {"users", "groups", "groupusers", "filters"}) {
     for (const std::string event : {"INSERT", "DELETE"}) { // whatever is written fails, which is logged
-      Run("CREATE TRIGGER no_" + event + table + " BEFORE " + event + " ON " + table +
-          " BEGIN SELECT RAISE(ABORT, 'refused'); END");
+      std::string trigger = "CREATE TRIGGER no_";
+      trigger.append(event).append(table).append(" BEFORE ").append(event).append(" ON ").append(table);
+      Run(trigger + " BEGIN SELECT RAISE(ABORT, 'refused'); END");
     }
   }
   Perenna::X509Thumbprint thumbprint;

@@ -87,20 +87,6 @@ TEST_F(RequestAuthorization, AnExpressionMatchesAnywhereInTheUrlUnlessItIsAnchor
   EXPECT_EQ(Log(), "");
 }
 
-TEST_F(RequestAuthorization, EveryMethodIsMatchedByItsOwnNameAlone) {
-  const auto names = Split("OPTIONS HEAD GET POST PUT DELETE TRACE CONNECT PATCH", ' ');
-  for (const std::string& name : names) {
-    AddFilter(std::string(name).append(" g ^/").append(name).append("$ Allow"));
-  }
-  for (const std::string& name : names) {
-    for (std::size_t method = 0; method <= names.size(); ++method) {
-      const Perenna::HTTPRequest request(static_cast<Perenna::Method_t>(method), "/" + name);
-      EXPECT_EQ(Manager().TestRequestForUser(request, "anna"), method < names.size() && names[method] == name) << name;
-    }
-    EXPECT_EQ(Options("anna", "/" + name), "yes " + name);
-  }
-}
-
 TEST_F(RequestAuthorization, MethodsAreAppendedToWhatTheListHolds) {
   AddFilter("GET g / Allow");
   Perenna::PListArray methods = Array({"PUT"});

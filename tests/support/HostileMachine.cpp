@@ -56,12 +56,12 @@ using namespace Testing;
 // The libraries find these functions of the executable before those of the C library and of OpenSSL.
 extern "C" {
 
-std::time_t time(std::time_t* result) noexcept {
+std::time_t time(std::time_t* timer) noexcept {
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
   const auto clock = s_clock.load();
   const std::time_t seconds = clock == nullptr ? now.tv_sec : clock();
-  result == nullptr ? void() : void(*result = seconds);
+  timer == nullptr ? void() : void(*timer = seconds);
   return seconds;
 }
 
@@ -91,11 +91,11 @@ static bool FailsNow() noexcept {
 void* malloc(std::size_t size) noexcept {
   return FailsNow() ? nullptr : __libc_malloc(size);
 }
-void* calloc(std::size_t count, std::size_t size) noexcept {
-  return FailsNow() ? nullptr : __libc_calloc(count, size);
+void* calloc(std::size_t nmemb, std::size_t size) noexcept {
+  return FailsNow() ? nullptr : __libc_calloc(nmemb, size);
 }
-void* realloc(void* block, std::size_t size) noexcept {
-  return FailsNow() ? nullptr : __libc_realloc(block, size);
+void* realloc(void* ptr, std::size_t size) noexcept {
+  return FailsNow() ? nullptr : __libc_realloc(ptr, size);
 }
 #endif
 
