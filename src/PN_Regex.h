@@ -14,9 +14,9 @@ namespace Perenna {
 /// Patterns are hostile input, and the C library would let them exhaust the stack, memory and time. One that could take
 /// more than about a second or 512 MiB to compile and to match a text of 8 KiB is refused: groups nested more than 250
 /// deep, repetitions that expand to more than 100,000 elements or whose parts can match a text in too many ways,
-/// assertions such as "^" and "\b" that are repeated or follow each other by the dozen. A back-reference ("\1", undefined
-/// in extended expressions) is compiled unless it or its group is repeated or stands beside an empty alternative, its
-/// text could end at any place, or there are more than four. In doubt a pattern is refused.
+/// assertions such as "^" and "\b" that are repeated or follow each other by the dozen. A back-reference ("\1",
+/// undefined in extended expressions) is compiled unless it or its group is repeated or stands beside an empty
+/// alternative, its text could end at any place, or there are more than four. In doubt a pattern is refused.
 ///
 /// Patterns are compiled and matched byte by byte, in the C locale, whatever locale the process has set: the same
 /// decision in every host.
