@@ -8,7 +8,7 @@
 
 #include "PN_PList.h"
 #include "directory/file/Database.h"
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 
 namespace AccessDirectory {
 

@@ -4,7 +4,7 @@
 
 #include "PN_Regex.h"
 #include "directory/Failure.h"
-#include "directory/Membership.h"
+#include "directory/member/Membership.h"
 
 namespace AccessDirectory {
 

@@ -6,7 +6,7 @@
 #include "PN_HTTP.h"
 #include "directory/file/Database.h"
 #include "directory/Module.h"
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 
 namespace AccessDirectory {
 

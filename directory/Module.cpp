@@ -3,7 +3,7 @@
 #include "directory/Failure.h"
 #include "directory/file/Database.h"
 #include "directory/Log.h"
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 
 namespace AccessDirectory {
 

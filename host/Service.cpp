@@ -16,7 +16,7 @@
 #include "directory/Failure.h"
 #include "host/RequestHandler.h"
 #include "host/ServiceManager.h"
-#include "host/decision/CallWatch.h"
+#include "host/decision/watch/CallWatch.h"
 #include "host/http/Server.h"
 #include "host/http/net/FileDescriptor.h"
 #include "host/log/ProgramLog.h"

@@ -13,7 +13,7 @@
 #include "tool/cli/Arguments.h"
 #include "tool/cli/CommandTree.h"
 #include "tool/cli/ErrorReport.h"
-#include "tool/cli/Help.h"
+#include "tool/cli/help/Help.h"
 #include "tool/cli/Suggestion.h"
 #include "tool/command/Commands.h"
 #include "tool/terminal/EndingSignals.h"

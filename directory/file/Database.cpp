@@ -9,7 +9,7 @@
 #include "directory/Failure.h"
 #include "directory/file/FileNames.h"
 #include "directory/Log.h"
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 
 namespace AccessDirectory {
 

@@ -6,7 +6,7 @@
 #include <sys/stat.h>
 
 #include "directory/Failure.h"
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 
 namespace AccessDirectory {
 

@@ -11,7 +11,7 @@
 #include <unistd.h>
 
 #include "directory/Failure.h"
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 
 namespace AccessDirectory {
 

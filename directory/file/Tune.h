@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "directory/file/Database.h"
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 
 namespace AccessDirectory {
 

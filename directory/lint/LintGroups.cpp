@@ -4,7 +4,7 @@
 
 #include "directory/lint/Lint.h"
 #include "directory/lint/LintKinds.h"
-#include "directory/Vocabulary.h"
+#include "directory/text/Vocabulary.h"
 
 namespace AccessDirectory {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "LocalAccessManager.h"
-#include "directory/Credential.h"
+#include "directory/credential/Credential.h"
 #include "directory/Failure.h"
 #include "directory/lint/Lint.h"
 #include "directory/lint/LintKinds.h"

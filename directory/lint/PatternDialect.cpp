@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "directory/lint/PatternReader.h"
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 
 namespace AccessDirectory {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "directory/lint/PatternReader.h"
-#include "directory/Vocabulary.h"
+#include "directory/text/Vocabulary.h"
 
 namespace AccessDirectory {
 

@@ -8,7 +8,7 @@
 #include "LocalAccessManager.h"
 #include "PN_HTTP.h"
 #include "PN_x509Thumbprint.h"
-#include "directory/Vocabulary.h"
+#include "directory/text/Vocabulary.h"
 
 namespace AccessDirectory {
 

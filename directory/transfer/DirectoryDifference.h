@@ -1,7 +1,7 @@
 #pragma once
 
 #include "directory/Directory.h"
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 
 namespace AccessDirectory {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 
 namespace AccessDirectory {
 

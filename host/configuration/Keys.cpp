@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "directory/Failure.h"
-#include "directory/Vocabulary.h"
+#include "directory/text/Vocabulary.h"
 #include "host/configuration/Values.h"
 
 namespace Host {

@@ -9,7 +9,7 @@
 
 #include "LocalAccessManager.h"
 #include "directory/Failure.h"
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 #include "host/Configuration.h"
 #include "host/configuration/Keys.h"
 #include "host/configuration/Rules.h"

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "directory/Failure.h"
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 
 namespace Host {
 

@@ -8,7 +8,7 @@
 #include <grp.h>
 #include <pwd.h>
 
-#include "directory/Vocabulary.h"
+#include "directory/text/Vocabulary.h"
 
 namespace Host {
 

@@ -9,7 +9,7 @@
 #include "TN_util.h"
 #include "host/Configuration.h"
 #include "host/caller/SelfCalls.h"
-#include "host/decision/DirectoryFile.h"
+#include "host/decision/watch/DirectoryFile.h"
 #include "host/decision/Throttle.h"
 
 namespace Host {

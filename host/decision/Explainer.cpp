@@ -1,7 +1,7 @@
 #include "host/decision/Explainer.h"
 
 #include "directory/Explanation.h"
-#include "directory/Vocabulary.h"
+#include "directory/text/Vocabulary.h"
 #include "platform/pattern/Tree.h"
 
 namespace Host {

@@ -9,7 +9,7 @@
 
 #include "PN_HTTP.h"
 #include "PN_Regex.h"
-#include "host/decision/DirectoryFile.h"
+#include "host/decision/watch/DirectoryFile.h"
 #include "host/decision/Reader.h"
 #include "host/decision/Verdict.h"
 

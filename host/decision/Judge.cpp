@@ -6,7 +6,7 @@
 
 #include "PN_Digest.h"
 #include "directory/Failure.h"
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 #include "host/caller/ForwardedCertificate.h"
 #include "host/http/Target.h"
 

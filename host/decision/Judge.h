@@ -6,12 +6,12 @@
 
 #include "LocalAccessManager.h"
 #include "host/caller/Credentials.h"
-#include "host/decision/CallWatch.h"
+#include "host/decision/watch/CallWatch.h"
 #include "host/decision/DecisionCache.h"
 #include "host/decision/DecisionContext.h"
 #include "host/decision/Explainer.h"
 #include "host/decision/Verdict.h"
-#include "host/decision/Watcher.h"
+#include "host/decision/watch/Watcher.h"
 
 namespace Host {
 

@@ -3,7 +3,7 @@
 #include <new>
 
 #include "directory/Failure.h"
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 
 namespace Host {
 

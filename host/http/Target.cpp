@@ -4,7 +4,7 @@
 
 #include "TN_util.h"
 #include "directory/Failure.h"
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 
 namespace Host {
 

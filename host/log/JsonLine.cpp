@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <ctime>
 
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 
 namespace Host {
 

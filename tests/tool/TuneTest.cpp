@@ -6,7 +6,7 @@
 #include <sstream>
 
 #include "LocalAccessManager.h"
-#include "directory/MemberListing.h"
+#include "directory/member/MemberListing.h"
 #include "ToolDirectory.h"
 
 namespace Testing {

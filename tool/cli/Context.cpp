@@ -4,7 +4,7 @@
 #include <iostream>
 
 #include "host/Configuration.h"
-#include "tool/cli/Validators.h"
+#include "tool/cli/option/Validators.h"
 #include "tool/terminal/Table.h"
 
 namespace Tool {

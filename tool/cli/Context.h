@@ -8,7 +8,7 @@
 
 #include "tool/cli/ErrorReport.h"
 #include "tool/ExitStatus.h"
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 #include "tool/DirectoryNames.h"
 
 namespace Tool {

@@ -2,7 +2,7 @@
 
 #include <iostream>
 
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 #include "tool/DirectoryNames.h"
 
 namespace Tool {

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 #include "tool/cli/CommandTree.h"
-#include "tool/cli/Help.h"
+#include "tool/cli/help/Help.h"
 #include "tool/DirectoryNames.h"
 
 namespace Tool {

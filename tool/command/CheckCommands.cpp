@@ -6,7 +6,7 @@
 
 #include "directory/Explanation.h"
 #include "directory/Module.h"
-#include "directory/Vocabulary.h"
+#include "directory/text/Vocabulary.h"
 #include "tool/command/Listing.h"
 #include "tool/DirectoryNames.h"
 #include "tool/terminal/LineReader.h"

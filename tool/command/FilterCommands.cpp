@@ -7,7 +7,7 @@
 #include "directory/file/Database.h"
 #include "directory/lint/PatternFindings.h"
 #include "directory/Module.h"
-#include "directory/Vocabulary.h"
+#include "directory/text/Vocabulary.h"
 #include "tool/command/Listing.h"
 #include "tool/DirectoryNames.h"
 #include "tool/terminal/Table.h"

@@ -3,12 +3,12 @@
 #include <iostream>
 #include <memory>
 
-#include "directory/Deletion.h"
+#include "directory/member/Deletion.h"
 #include "directory/file/Database.h"
-#include "directory/Membership.h"
+#include "directory/member/Membership.h"
 #include "directory/Module.h"
-#include "tool/cli/LockoutOptions.h"
-#include "tool/cli/Validators.h"
+#include "tool/cli/option/LockoutOptions.h"
+#include "tool/cli/option/Validators.h"
 #include "tool/command/Listing.h"
 #include "tool/DirectoryNames.h"
 #include "tool/terminal/Table.h"

@@ -13,9 +13,9 @@
 #include "directory/file/FileNames.h"
 #include "directory/file/NewFile.h"
 #include "directory/Log.h"
-#include "directory/Membership.h"
-#include "tool/cli/CredentialOptions.h"
-#include "tool/cli/Validators.h"
+#include "directory/member/Membership.h"
+#include "tool/cli/option/CredentialOptions.h"
+#include "tool/cli/option/Validators.h"
 #include "tool/DirectoryNames.h"
 #include "tool/terminal/Prompt.h"
 

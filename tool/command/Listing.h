@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "LocalAccessManager.h"
-#include "directory/MemberListing.h"
+#include "directory/member/MemberListing.h"
 #include "directory/Module.h"
 #include "tool/cli/Context.h"
 #include "tool/DirectoryNames.h"

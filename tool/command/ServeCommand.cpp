@@ -9,7 +9,7 @@
 #include "directory/file/Tune.h"
 #include "host/Configuration.h"
 #include "host/Service.h"
-#include "host/decision/CallWatch.h"
+#include "host/decision/watch/CallWatch.h"
 
 namespace Tool {
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "directory/Secret.h"
+#include "directory/credential/Secret.h"
 #include "tool/DirectoryNames.h"
 
 namespace Tool {

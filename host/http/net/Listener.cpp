@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "directory/Failure.h"
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 
 namespace Host {
 

@@ -7,7 +7,7 @@
 #include <openssl/ssl.h>
 
 #include "directory/Failure.h"
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 
 namespace Host {
 

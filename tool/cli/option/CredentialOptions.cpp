@@ -1,4 +1,4 @@
-#include "tool/cli/CredentialOptions.h"
+#include "tool/cli/option/CredentialOptions.h"
 
 #include "directory/Failure.h"
 #include "tool/DirectoryNames.h"

@@ -1,4 +1,4 @@
-#include "host/decision/CallWatch.h"
+#include "host/decision/watch/CallWatch.h"
 
 #include <cstring>
 

@@ -4,7 +4,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "directory/Credential.h"
+#include "directory/credential/Credential.h"
 #include "tool/DirectoryNames.h"
 
 namespace Tool {

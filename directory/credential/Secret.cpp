@@ -1,4 +1,4 @@
-#include "directory/Secret.h"
+#include "directory/credential/Secret.h"
 
 #include <utility>
 

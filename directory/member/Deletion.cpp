@@ -1,8 +1,8 @@
-#include "directory/Deletion.h"
+#include "directory/member/Deletion.h"
 
 #include "directory/Failure.h"
-#include "directory/Membership.h"
-#include "directory/Text.h"
+#include "directory/member/Membership.h"
+#include "directory/text/Text.h"
 
 namespace AccessDirectory {
 

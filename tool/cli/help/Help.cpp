@@ -1,4 +1,4 @@
-#include "tool/cli/Help.h"
+#include "tool/cli/help/Help.h"
 
 #include <algorithm>
 #include <iostream>

@@ -1,4 +1,4 @@
-#include "tool/cli/CompletionScripts.h"
+#include "tool/cli/help/CompletionScripts.h"
 
 #include <map>
 

@@ -1,4 +1,4 @@
-#include "directory/MemberListing.h"
+#include "directory/member/MemberListing.h"
 
 #include <algorithm>
 #include <unordered_map>

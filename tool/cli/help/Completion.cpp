@@ -1,4 +1,4 @@
-#include "tool/cli/Completion.h"
+#include "tool/cli/help/Completion.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -8,7 +8,7 @@
 #include "PN_HTTP.h"
 #include "directory/file/Database.h"
 #include "tool/cli/CommandTree.h"
-#include "tool/cli/CompletionScripts.h"
+#include "tool/cli/help/CompletionScripts.h"
 #include "tool/command/Commands.h"
 #include "tool/DirectoryNames.h"
 

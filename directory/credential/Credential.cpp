@@ -1,4 +1,4 @@
-#include "directory/Credential.h"
+#include "directory/credential/Credential.h"
 
 #include <algorithm>
 #include <array>
@@ -8,7 +8,7 @@
 #include "LocalAccessManager.h"
 #include "PN_x509.h"
 #include "directory/Failure.h"
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 
 namespace AccessDirectory {
 

@@ -1,9 +1,9 @@
-#include "directory/Administrators.h"
+#include "directory/member/Administrators.h"
 
 #include <utility>
 
 #include "LocalAccessManager.h"
-#include "directory/Credential.h"
+#include "directory/credential/Credential.h"
 
 namespace AccessDirectory {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "host/decision/DirectoryFile.h"
+#include "host/decision/watch/DirectoryFile.h"
 #include "host/decision/Reader.h"
 
 namespace Host {

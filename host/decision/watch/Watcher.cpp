@@ -1,4 +1,4 @@
-#include "host/decision/Watcher.h"
+#include "host/decision/watch/Watcher.h"
 
 namespace Host {
 

@@ -1,4 +1,4 @@
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 
 #include <algorithm>
 #include <array>

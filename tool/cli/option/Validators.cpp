@@ -1,9 +1,9 @@
-#include "tool/cli/Validators.h"
+#include "tool/cli/option/Validators.h"
 
 #include "PN_PagedResults.h"
 #include "directory/Failure.h"
-#include "directory/Text.h"
-#include "directory/Vocabulary.h"
+#include "directory/text/Text.h"
+#include "directory/text/Vocabulary.h"
 #include "tool/DirectoryNames.h"
 
 namespace Tool {

@@ -1,4 +1,4 @@
-#include "tool/cli/Manual.h"
+#include "tool/cli/help/Manual.h"
 
 #include <algorithm>
 #include <cctype>

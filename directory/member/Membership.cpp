@@ -1,9 +1,9 @@
-#include "directory/Membership.h"
+#include "directory/member/Membership.h"
 
 #include <set>
 
 #include "directory/Failure.h"
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 
 namespace AccessDirectory {
 

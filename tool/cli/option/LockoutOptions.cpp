@@ -1,7 +1,7 @@
-#include "tool/cli/LockoutOptions.h"
+#include "tool/cli/option/LockoutOptions.h"
 
-#include "directory/Administrators.h"
-#include "tool/cli/Validators.h"
+#include "directory/member/Administrators.h"
+#include "tool/cli/option/Validators.h"
 
 namespace Tool {
 

@@ -1,10 +1,10 @@
-#include "directory/Vocabulary.h"
+#include "directory/text/Vocabulary.h"
 
 #include <strings.h>
 
 #include "directory/Failure.h"
 #include "directory/Log.h"
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 #include "platform/pattern/Cost.h"
 
 namespace AccessDirectory {

@@ -6,7 +6,7 @@
 
 #include "PN_PList.h"
 #include "directory/file/Database.h"
-#include "directory/Secret.h"
+#include "directory/credential/Secret.h"
 
 namespace AccessDirectory {
 

@@ -1,10 +1,10 @@
-#include "host/decision/DirectoryFile.h"
+#include "host/decision/watch/DirectoryFile.h"
 
 #include <cerrno>
 #include <system_error>
 
 #include "directory/Failure.h"
-#include "directory/Text.h"
+#include "directory/text/Text.h"
 
 namespace Host {
 
