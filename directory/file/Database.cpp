@@ -19,6 +19,8 @@ namespace {
 constexpr int BusyMilliseconds = 450;
 constexpr int ProbeBusyMilliseconds = 5000; // the probes do without the wrapper
 
+constexpr const char* KnownMajorVersion = "1";
+
 // What makes a file an access database: statements that name every column the module uses.
 constexpr std::array<const char*, 4> TableProbes = {
     "SELECT user_id, auth_method, auth_value, create_date, create_user FROM users LIMIT 0",
@@ -57,6 +59,7 @@ Database::Database(const std::string& file, Access access) : m_File(file) {
   if (probed != SQLITE_OK) {
     Fail();
   }
+  RequireKnownVersion();
   sqlite3_busy_timeout(Handle(), BusyMilliseconds);
   if (access == Access::Read) {
     sqlite3_exec(Handle(), "PRAGMA query_only = ON", nullptr, nullptr, nullptr); // cannot fail: touches no file
@@ -88,6 +91,22 @@ int Database::Probe() {
     }
   }
   return SQLITE_OK;
+}
+
+/// The module opens a file of any version. What writes past it has to know the tables. A file without the table, or
+/// with nothing in it, was made by hand and says nothing of its version.
+void Database::RequireKnownVersion() {
+  if (Number("SELECT count(*) FROM sqlite_master WHERE type = 'table' AND name = 'version_info'") == 0) {
+    return;
+  }
+  const std::vector<std::string> unknown =
+      Texts("SELECT CAST(coalesce(version_string, major) AS TEXT) FROM version_info WHERE major IS NOT ? LIMIT 1",
+            {KnownMajorVersion});
+  if (!unknown.empty()) {
+    throw Failure(Failure::Kind::System, "the database " + Quoted(m_File) + " is of version " +
+                                             Quoted(unknown.front()) + ", made for a newer program: versions " +
+                                             KnownMajorVersion + ".x are understood here");
+  }
 }
 
 /// Whether the last statement failed because the memory could not be made that a write-ahead log is shared through.

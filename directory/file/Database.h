@@ -21,7 +21,8 @@ public:
   enum class Access { Read, Write };
 
   /// Opens `file`, which must exist, and makes sure that it is an access database before anything is written. Throws
-  /// `NoDatabase` when it does not exist. For reading, a file whose write-ahead log cannot be shared, as on a full
+  /// `NoDatabase` when it does not exist, and `Failure` (System) when its schema is of a major version that this layer
+  /// does not know. For reading, a file whose write-ahead log cannot be shared, as on a full
   /// disk, is taken for this connection alone when no other program has it open.
   Database(const std::string& file, Access access);
 
@@ -43,6 +44,7 @@ public:
 private:
   void Open();
   int Probe();
+  void RequireKnownVersion();
   bool LacksSharedMemory(int code) const;
   [[noreturn]] void ThrowUnshared(const std::string& reason) const;
 
