@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "directory/Failure.h"
@@ -79,6 +80,15 @@ void NewFile::RemoveUnfinished() noexcept {
     if (const NewFile* const file = place; file != nullptr) {
       file->Remove();
     }
+  }
+}
+
+void NewFile::GiveTo(uid_t user, gid_t group) const {
+  const char* const file = WorkName().c_str();
+  // By name, in a directory that nobody else may enter: closing a descriptor of a database would drop SQLite's locks.
+  if (chmod(file, S_IRUSR | S_IWUSR) != 0 || lchown(file, user, group) != 0) {
+    throw Failure(Failure::Kind::System,
+                  "cannot change the owner of " + Quoted(m_Name) + ": " + std::generic_category().message(errno));
   }
 }
 

@@ -3,6 +3,8 @@
 #include <array>
 #include <string>
 
+#include <sys/types.h>
+
 namespace AccessDirectory {
 
 /// A file that is made in a directory of its own beside its place, and gets its name in one step at the end: nobody
@@ -21,6 +23,10 @@ public:
 
   /// The name under which to make it, in a directory that only the owner may enter.
   const std::string& WorkName() const noexcept { return m_Work.front(); }
+
+  /// Makes another the owner of the file, which must have been made, and lets him alone read and write it. Throws
+  /// `Failure` when the process may not.
+  void GiveTo(uid_t user, gid_t group) const;
 
   /// Gives the file its name, unless a file that is to be kept has appeared there. Throws `Failure`.
   void Publish() const;

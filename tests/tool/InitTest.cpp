@@ -6,6 +6,10 @@
 #include <fstream>
 #include <functional>
 
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <gmock/gmock.h>
 
 #include "ToolDirectory.h"
@@ -118,6 +122,7 @@ TEST_F(Init, RefusalsNameTheOptionAndLeaveNothingBehind) {
       {{"init", "--thumbprint", "abc"}, 2, "", "--thumbprint: \"abc\" is not a SHA-1 thumbprint"},
       {{"init", "--certificate", file}, 2, "", "no X.509 certificate in PEM or DER form"},
       {{"init", "--certificate", PathBeside("missing")}, 2, "", "--certificate: cannot read"},
+      {{"init", "--owner", "no such user", "--password-stdin"}, 2, "", "--owner: this machine has no user", "pw\n"},
       {{"init", "--user", "", "--password-stdin"}, 2, "", "--user: the value is empty", "pw\n"},
       {{"init", "--user", "a:b", "--password-stdin"}, 2, "", "--user: \"a:b\" holds a colon", "pw\n"},
       {{"init", "--administrators", "a b", "--password-stdin"}, 2, "", "--administrators: \"a b\"", "pw\n"},
@@ -158,6 +163,20 @@ TEST_F(Init, RefusesNamesThatAreNotItsOwnFiles) {
          {{"-d", name, "user", "list"}, 2, "", "is no file name for a database"}});
   }
   EXPECT_THAT(Names(Place()), IsEmpty());
+}
+
+// A file that only root may open keeps the service from starting; one of a newer program means something else.
+TEST_F(Init, MakesFilesForTheServiceThatKnowsTheirVersion) {
+  const bool root = geteuid() == 0;
+  const std::string owner = root ? "nobody" : getpwuid(geteuid())->pw_name;
+  ASSERT_EQ(Tool({"init", "--owner", owner, "--password-stdin", "--no-administrators"}, "pw\n").status, 0);
+  struct stat status = {};
+  ASSERT_EQ(stat(File().c_str(), &status), 0);
+  EXPECT_EQ(status.st_uid, getpwnam(owner.c_str())->pw_uid);
+  EXPECT_EQ(status.st_mode & 07777U, 0600U);
+  Sql("INSERT INTO version_info VALUES('2.1.0', 2, 1, 0, '{}')");
+  Run({{{"init", "--owner", owner, "--password-stdin"}, 1, "", "--owner is for a file that init makes", "pw\n"},
+       {{"user", "list"}, 3, "", "is of version \"2.1.0\""}});
 }
 
 TEST_F(Init, ReadsThePasswordFromAFileOrFromStandardInput) {

@@ -6,6 +6,7 @@
 #include <optional>
 #include <system_error>
 
+#include <pwd.h>
 #include <sys/stat.h>
 
 #include "LocalAccessManager.h"
@@ -31,6 +32,7 @@ struct InitOptions {
   std::string user = "admin";
   std::string administrators;
   bool no_administrators = false;
+  std::string owner; ///< a user of the system; empty: whoever runs the command
   CredentialOptions credential;
 };
 
@@ -96,10 +98,26 @@ std::string InGroup(const std::string& group) {
   return group.empty() ? "." : " in the group " + Quoted(group) + ".";
 }
 
+/// A user of the system and his own group.
+struct Owner {
+  uid_t user;
+  gid_t group;
+};
+
+Owner FindOwner(const std::string& name) {
+  errno = 0;
+  const passwd* const entry = getpwnam(name.c_str()); // NOLINT(concurrency-mt-unsafe): the tool has one thread
+  if (entry == nullptr) {
+    throw Failure(Failure::Kind::Input, "--owner: this machine has no user " + Quoted(name));
+  }
+  return {entry->pw_uid, entry->pw_gid};
+}
+
 ExitStatus Create(const Context& context, const std::string& file, const InitOptions& options) {
   umask(S_IRWXG | S_IRWXO); // the file holds credentials
   const NewFile created(file, NewFile::Existing::Keep, "init makes new files, and completes directories without users");
   RequireNoRemains(file);
+  const std::optional<Owner> owner = options.owner.empty() ? std::nullopt : std::optional(FindOwner(options.owner));
   const Credential credential = options.credential.Read(options.user);
   const std::string group = AdministratorsGroup(options);
 
@@ -112,6 +130,9 @@ ExitStatus Create(const Context& context, const std::string& file, const InitOpt
       AddAdministrators(database, group, options.user);
     }
     transaction.Commit();
+  }
+  if (owner) {
+    created.GiveTo(owner->user, owner->group);
   }
   created.Publish();
   Report(context, "created", "Created " + Quoted(file) + " with the user " + Quoted(options.user) + InGroup(group),
@@ -157,6 +178,9 @@ ExitStatus AppointAdministrator(const Context& context, Database& database, cons
 }
 
 ExitStatus Complete(const Context& context, const std::string& file, const InitOptions& options) {
+  if (!options.owner.empty()) {
+    throw Failure(Failure::Kind::Refused, Quoted(file) + " exists already: --owner is for a file that init makes");
+  }
   std::optional<Database> database;
   try {
     database.emplace(file, Database::Access::Write);
@@ -193,7 +217,9 @@ void AddInitCommand(CLI::App& app, Context& context) {
                               "credential is named. In a file that a server made, without any user, adds the first "
                               "one. In a directory with users, --administrators lets an existing one administer it.",
                               "perenna-access --database access.db init --user admin\n"
-                              "  perenna-access --database access.db init --user admin --administrators operators");
+                              "  perenna-access --database access.db init --user admin --administrators operators\n"
+                              "  perenna-access --config /etc/perenna-access/perenna-access.json init --owner "
+                              "perenna-access");
   auto options = std::make_shared<InitOptions>();
   init.add_option("--user", options->user, "The first user's id")
       ->type_name("USER")
@@ -207,6 +233,10 @@ void AddInitCommand(CLI::App& app, Context& context) {
       ->type_name("GROUP")
       ->check(GroupId())
       ->excludes(without);
+  init.add_option("--owner", options->owner,
+                  "Give the new file to this user of the system, such as the one that the service runs as; for root")
+      ->type_name("NAME")
+      ->check(NotEmpty());
   options->credential.AddPasswordTo(init);
   options->credential.AddCertificateTo(init);
   context.OnRun(init, [&context, options] { return Init(context, *options); });

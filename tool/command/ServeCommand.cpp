@@ -3,7 +3,9 @@
 #include <iostream>
 #include <memory>
 
+#include <pwd.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "directory/file/Database.h"
 #include "directory/file/Tune.h"
@@ -24,17 +26,26 @@ void Warn(const std::string& message) {
   std::cerr << "perenna-access: warning: " + message + "\n";
 }
 
+/// How to make the directory; by root, for a service that runs as another user.
+std::string InitCommand(const Context& context, const Host::Configuration& configuration) {
+  const passwd* const user =
+      geteuid() == 0 ? nullptr : getpwuid(geteuid()); // NOLINT(concurrency-mt-unsafe): no thread yet
+  return Command(context, "init --user admin --administrators " + configuration.administrators +
+                              (user == nullptr ? "" : " --owner " + std::string(user->pw_name)));
+}
+
 /// Looks at the directory before anything of the host keeps it open. Throws when there is none to serve.
 void LookAtDirectory(const Context& context, const Host::Configuration& configuration) {
   const std::string& file = configuration.database_filename;
-  const std::string init = Command(context, "init --user admin --administrators " + configuration.administrators);
   struct stat status = {};
   if (stat(file.c_str(), &status) != 0 && errno == ENOENT) {
-    throw Failure(Failure::Kind::Input, "there is no database " + Quoted(file) + " yet; make it: " + init);
+    throw Failure(Failure::Kind::Input,
+                  "there is no database " + Quoted(file) + " yet; make it: " + InitCommand(context, configuration));
   }
   Database database(file, Database::Access::Read);
   if (database.Number("SELECT count(*) FROM users") == 0) {
-    Warn("the directory has no users, so nobody is allowed anything: " + init);
+    Warn("the directory has no users, so nobody is allowed anything: " +
+         Command(context, "init --user admin --administrators " + configuration.administrators));
   }
   if (!StepsToTune(database).empty()) {
     Warn("the file is not tuned, so decisions cost more than they need: " + Command(context, "tune"));
@@ -76,7 +87,7 @@ void AddServeCommand(CLI::App& app, Context& context) {
       "Serves decisions over HTTP until SIGTERM: a proxy such as nginx asks at /auth, for each request, whether its "
       "caller may do it. --config names the configuration; docs/host.md explains it. SIGHUP opens log files and TLS "
       "files anew. Ends with 3 when the database file was replaced or removed, to be started again.",
-      "perenna-access serve --config /etc/perenna-access/host.json");
+      "perenna-access serve --config /etc/perenna-access/perenna-access.json");
   auto only_check = std::make_shared<bool>(false);
   serve.add_flag("--check", *only_check, "Only check the configuration: 0 when it can be used, else 2");
   context.OnRun(serve, [&context, only_check] { return RunServe(context, *only_check); });
