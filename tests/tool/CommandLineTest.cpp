@@ -47,6 +47,10 @@ TEST_F(CommandLine, EveryHelpFitsTheScreenAndIsInTheManual) {
   const ToolResult page = RunAtTerminal({"/bin/sh", "-c", "groff -man -ww -Tascii -P-cbou -rLL=60n \"$0\"", roff}, {});
   EXPECT_THAT(page.out, ::testing::StartsWith("PERENNA-ACCESS(1)")); // no warning
   EXPECT_THAT(page.out, ::testing::AllOf(HasSubstr("\nFILES\r\n"), HasSubstr("\nSEE ALSO\r\n")));
+  for (const char* const other : {"perenna-access.json", "perenna-access-host"}) {
+    std::ofstream(roff) << RunTool("", {"manual", other}).out;
+    EXPECT_EQ(RunAtTerminal({"/bin/sh", "-c", "groff -man -ww -Tascii \"$0\" >/dev/null", roff}, {}).out, "") << other;
+  }
   int commands = 0;
   ForEachCommand([&](const std::vector<std::string>& path, const std::string& help) {
     SCOPED_TRACE(::testing::PrintToString(path));

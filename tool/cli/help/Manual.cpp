@@ -2,61 +2,14 @@
 
 #include <algorithm>
 #include <cctype>
-#include <iostream>
 #include <sstream>
 
 #include "tool/cli/CommandTree.h"
-#include "tool/command/Commands.h"
+#include "tool/cli/help/Roff.h"
 
 namespace Tool {
 
 namespace {
-
-/// Text for roff: its special characters, and those that it would set as typographic ones, as they are.
-std::string Escaped(const std::string& text) {
-  std::string escaped;
-  for (const char byte : text) {
-    switch (byte) {
-    case '\\':
-      escaped += "\\e";
-      break;
-    case '-':
-      escaped += "\\-";
-      break;
-    case '\'':
-      escaped += "\\(aq";
-      break;
-    case '`':
-      escaped += "\\(ga";
-      break;
-    case '^':
-      escaped += "\\(ha";
-      break;
-    case '~':
-      escaped += "\\(ti";
-      break;
-    case '"':
-      escaped += "\\(dq";
-      break;
-    default:
-      escaped += byte;
-    }
-  }
-  return escaped.empty() || escaped.front() != '.' ? escaped : "\\&" + escaped; // a dot would begin a request
-}
-
-std::string Bold(const std::string& text) {
-  return "\\fB" + Escaped(text) + "\\fR";
-}
-
-/// A summary or description has no full stop of its own.
-std::string Sentence(const std::string& text) {
-  return text + (text.back() == '?' || text.back() == '.' ? "" : ".");
-}
-
-std::string Entry(const std::string& term, const std::string& description) {
-  return ".TP\n" + term + '\n' + Escaped(Sentence(description)) + '\n';
-}
 
 std::string OptionEntry(const CLI::Option& option) {
   std::string term;
@@ -127,10 +80,7 @@ std::string CommandSections(const CLI::App& command) {
 std::string Manual(const CLI::App& root) {
   std::string name = Summary(root);
   name.front() = static_cast<char>(std::tolower(static_cast<unsigned char>(name.front())));
-  // No hyphen and no stretched blank within an option's name; the macros set them anew from these at every paragraph.
-  std::string page =
-      ".nr HY 0\n.ds AD l\n.TH \"PERENNA\\-ACCESS\" 1 \"\" \"" + Escaped(root.version()) + "\" \"User Commands\"\n";
-  page += ".SH NAME\n" + Escaped(root.get_name()) + " \\- " + Escaped(name) + '\n';
+  std::string page = PageBeginning(root.get_name(), 1, name, root.version());
   page += ".SH SYNOPSIS\n" + Bold(root.get_name()) + " [\\fIOPTIONS\\fR] \\fICOMMAND\\fR\n";
   page += ".SH DESCRIPTION\n" + Escaped(Details(root)) + '\n';
   page += ".SH OPTIONS\nEvery command takes these.\n";
@@ -139,14 +89,6 @@ std::string Manual(const CLI::App& root) {
   }
   page += ".SH COMMANDS\n" + CommandSections(root);
   return page + FooterSections(root.get_footer(), ".SH");
-}
-
-void AddManualCommand(CLI::App& app, Context& context) {
-  CLI::App& manual = AddCommand(app, "manual", "Print the manual page", "perenna-access manual | man -l -");
-  context.OnRun(manual, [&app] {
-    std::cout << Manual(app);
-    return ExitStatus::Done;
-  });
 }
 
 } // namespace Tool
