@@ -8,6 +8,7 @@
 
 #include <pwd.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "LocalAccessManager.h"
 #include "directory/file/Database.h"
@@ -98,13 +99,16 @@ std::string InGroup(const std::string& group) {
   return group.empty() ? "." : " in the group " + Quoted(group) + ".";
 }
 
-/// A user of the system and his own group.
+/// A user of the system and his own group; by default, whoever runs the command.
 struct Owner {
-  uid_t user;
-  gid_t group;
+  uid_t user = geteuid();
+  gid_t group = getegid();
 };
 
 Owner FindOwner(const std::string& name) {
+  if (name.empty()) {
+    return {};
+  }
   errno = 0;
   const passwd* const entry = getpwnam(name.c_str()); // NOLINT(concurrency-mt-unsafe): the tool has one thread
   if (entry == nullptr) {
@@ -117,7 +121,7 @@ ExitStatus Create(const Context& context, const std::string& file, const InitOpt
   umask(S_IRWXG | S_IRWXO); // the file holds credentials
   const NewFile created(file, NewFile::Existing::Keep, "init makes new files, and completes directories without users");
   RequireNoRemains(file);
-  const std::optional<Owner> owner = options.owner.empty() ? std::nullopt : std::optional(FindOwner(options.owner));
+  const Owner owner = FindOwner(options.owner);
   const Credential credential = options.credential.Read(options.user);
   const std::string group = AdministratorsGroup(options);
 
@@ -131,8 +135,8 @@ ExitStatus Create(const Context& context, const std::string& file, const InitOpt
     }
     transaction.Commit();
   }
-  if (owner) {
-    created.GiveTo(owner->user, owner->group);
+  if (!options.owner.empty()) {
+    created.GiveTo(owner.user, owner.group);
   }
   created.Publish();
   Report(context, "created", "Created " + Quoted(file) + " with the user " + Quoted(options.user) + InGroup(group),
