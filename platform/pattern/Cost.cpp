@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "ExpandedSizes.h"
 #include "Network.h"
 #include "References.h"
 #include "States.h"

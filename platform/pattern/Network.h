@@ -24,13 +24,10 @@ enum : std::uint8_t {
 };
 } // namespace Condition
 
-/// How many nodes a part of a tree becomes, each repetition written out; at most `MaximumElements` + 1.
-std::vector<std::uint32_t> ExpandedSizes(const Tree& tree);
-
 /// The network that the C library makes of a pattern: a node for each byte to match, the others passed without
 /// matching one. It keeps for each node the list of all nodes that can be reached so, and copies what stands behind an
 /// assertion, for each assertion anew. Both can grow without bounds on short patterns: this class follows what it does
-/// and gives up when it grows too much.
+/// and gives up when it grows too much. The nodes have the C library's order.
 class Network {
 public:
   struct Node {
@@ -38,6 +35,8 @@ public:
     std::uint32_t origin = NoNode; ///< of a copy
     NodeIndex leaf = NoNode;       ///< the tree's node of a byte to match
     std::uint32_t listed = 0;      ///< nodes that can be reached without matching a byte, with this one
+    std::uint32_t lowest = 0;      ///< of those `listed`
+    std::uint32_t highest = 0;     ///< likewise
     std::uint8_t ways = 0;         ///< how many of `next`
     std::uint8_t conditions = 0;
     bool consumes = false;
@@ -54,14 +53,11 @@ public:
   std::size_t Size() const noexcept { return m_nodes.size(); }
   const Node& operator[](std::size_t index) const { return m_nodes[index]; }
   std::uint32_t Start() const noexcept { return m_start; }
-  std::uint32_t End() const noexcept { return 0; }
 
   /// The sum of `Node::listed`.
   std::size_t ListedNodes() const noexcept { return m_listed; }
 
 private:
-  friend class NetworkBuilder;
-
   std::vector<Node> m_nodes;
   std::uint32_t m_start = 0;
   std::size_t m_listed = 0;

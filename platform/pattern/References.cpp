@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "Network.h"
+#include "ExpandedSizes.h"
 
 namespace Perenna::Pattern {
 

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "Tree.h"
+
+namespace Perenna::Pattern {
+
+/// How many nodes of a network a part of a tree becomes, each repetition written out; at most `MaximumElements` + 1.
+std::vector<std::uint32_t> ExpandedSizes(const Tree& tree);
+
+} // namespace Perenna::Pattern

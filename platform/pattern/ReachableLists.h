@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "Network.h"
+
+namespace Perenna::Pattern {
+
+/// What the C library lists for each node of a network: the nodes that can be reached from it without matching a byte.
+/// To do so it copies what stands behind assertions.
+class ReachableLists {
+public:
+  explicit ReachableLists(std::vector<Network::Node>& nodes) : m_nodes(nodes) {}
+
+  /// Adds the copies, and says of each node what it lists; `listed` is the sum. False when it grows too much.
+  bool Make(std::size_t& listed);
+
+private:
+  enum class State : std::uint8_t { Unknown, Listing, Listed };
+
+  void Count(std::uint32_t start, std::vector<std::uint32_t>& seen_from);
+  bool AddUp(std::uint32_t index);
+  bool TakeSteps(std::size_t steps);
+  bool ListFrom(std::uint32_t start);
+  bool Copy(std::uint32_t origin, std::uint8_t conditions, std::uint32_t& copy);
+  std::uint32_t FindCopy(std::uint32_t origin, std::uint8_t conditions);
+  bool CopyBehind(std::uint32_t assertion);
+
+  std::vector<Network::Node>& m_nodes;
+  std::vector<State> m_state;
+  std::vector<bool> m_exact; ///< whether what is said of a node is exact
+  std::vector<std::uint32_t> m_pending;
+  std::size_t m_steps = 0;
+};
+
+} // namespace Perenna::Pattern
