@@ -7,7 +7,7 @@
 
 #include <LocalAccessManager.h>
 
-#include "directory/Explanation.h"
+#include "directory/explain/Explanation.h"
 #include "directory/file/Database.h"
 #include "directory/Log.h"
 #include "directory/Module.h"

@@ -70,6 +70,7 @@ public:
     Tool::AddGroupCommands(m_App, m_Context);
     Tool::AddFilterCommands(m_App, m_Context);
     Tool::AddCheckCommands(m_App, m_Context);
+    Tool::AddWhoCommand(m_App, m_Context);
     Tool::AddLintCommand(m_App, m_Context);
     Tool::AddTuneCommand(m_App, m_Context);
     Tool::AddServeCommand(m_App, m_Context);

@@ -1,6 +1,6 @@
 #include "host/decision/Explainer.h"
 
-#include "directory/Explanation.h"
+#include "directory/explain/Explanation.h"
 #include "directory/text/Vocabulary.h"
 #include "platform/pattern/Tree.h"
 
@@ -73,9 +73,9 @@ const Explainer::Filters* Explainer::FiltersOf(const std::string& group_id, cons
   return &(m_Filters[{group_id, method}] = std::move(filters));
 }
 
-bool Explainer::Matches(const Filter& filter, const std::string& url) {
+Perenna::RegularExpression::Outcome Explainer::Test(const Filter& filter, const std::string& url) {
   if (url.compare(0, filter.beginning.size(), filter.beginning) != 0) {
-    return false;
+    return Perenna::RegularExpression::Outcome::NoMatch;
   }
   if (m_Patterns.size() >= MaximumPatterns) {
     m_Patterns.clear();
@@ -84,7 +84,7 @@ bool Explainer::Matches(const Filter& filter, const std::string& url) {
   if (compiled == nullptr) {
     compiled = std::make_unique<Perenna::RegularExpression>(filter.pattern);
   }
-  return compiled->match(url);
+  return compiled->Test(url.c_str());
 }
 
 bool Explainer::Explain(Perenna::Method_t method, const std::string& url, Judgement& judgement) {
@@ -97,6 +97,8 @@ bool Explainer::Explain(Perenna::Method_t method, const std::string& url, Judgem
   explanation.user_exists = true;
   // A filter that refuses settles it, whatever grants; so one that grants is looked for only where none refuses.
   const char* const deciding = explanation.allowed ? Allow : Deny;
+  AccessDirectory::ExplainedFilter& settled = explanation.filters.emplace_back(); // the text needs only this one
+  using Result = Perenna::RegularExpression::Outcome;
   for (const Membership& membership : *memberships) {
     explanation.groups.push_back(membership.group_id);
     const Filters* const filters = FiltersOf(membership.group_id, Perenna::MethodToString(method));
@@ -107,15 +109,19 @@ bool Explainer::Explain(Perenna::Method_t method, const std::string& url, Judgem
       if (judgement.decider) {
         break;
       }
-      if (filter.action == deciding && Matches(filter, url)) {
+      const Result result = explanation.allowed && filter.action != Allow ? Result::NoMatch : Test(filter, url);
+      if (filter.action == deciding && result == Result::Match) {
         judgement.decider = Decider{membership.group_id, filter.pattern, filter.action};
+      } else if (result == Result::Undecided) {
+        settled.names_method = settled.undecided = true;
+        settled.group = membership.group_id;
+        settled.pattern = filter.pattern;
       }
     }
     if (explanation.allowed && membership.is_listed) {
       judgement.groups += (judgement.groups.empty() ? "" : ",") + membership.group_id;
     }
   }
-  AccessDirectory::ExplainedFilter& settled = explanation.filters.emplace_back(); // the text needs only this one
   if (judgement.decider) {
     settled.group = judgement.decider->group_id;
     settled.pattern = judgement.decider->filter;

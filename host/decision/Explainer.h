@@ -48,7 +48,7 @@ private:
 
   const std::vector<Membership>* MembershipsOf(const std::string& user_id);
   const Filters* FiltersOf(const std::string& group_id, const char* method);
-  bool Matches(const Filter& filter, const std::string& url);
+  Perenna::RegularExpression::Outcome Test(const Filter& filter, const std::string& url);
 
   Reader m_Reader;
   ReaderQuery m_Memberships;

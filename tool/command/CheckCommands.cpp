@@ -4,7 +4,7 @@
 #include <memory>
 #include <optional>
 
-#include "directory/Explanation.h"
+#include "directory/explain/Explanation.h"
 #include "directory/Module.h"
 #include "directory/text/Vocabulary.h"
 #include "tool/command/Listing.h"
@@ -52,7 +52,11 @@ void PrintExplanation(const Explanation& explanation) {
     const Colour action = !filter.decides ? colour : explanation.allowed ? Colour::Green : Colour::Red;
     table.Add({Cell(filter.decides ? "=>" : "", action), Cell(Shown(filter.group), colour),
                Cell(Shown(filter.action), action), Cell(Shown(filter.method), colour),
-               Cell(filter.names_method ? "yes" : "no", colour), Cell(filter.matches ? "yes" : "no", colour),
+               Cell(filter.names_method ? "yes" : "no", colour),
+               Cell(filter.undecided ? "?"
+                    : filter.matches ? "yes"
+                                     : "no",
+                    colour),
                Cell(filter.matches ? Shown(filter.part, Backslash::Kept) : "-", colour),
                Cell(Shown(filter.pattern, Backslash::Kept), colour)});
   }

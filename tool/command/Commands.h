@@ -12,6 +12,7 @@ void AddUserCommands(CLI::App& app, Context& context);
 void AddGroupCommands(CLI::App& app, Context& context);
 void AddFilterCommands(CLI::App& app, Context& context);
 void AddCheckCommands(CLI::App& app, Context& context);
+void AddWhoCommand(CLI::App& app, Context& context);
 void AddLintCommand(CLI::App& app, Context& context);
 void AddTuneCommand(CLI::App& app, Context& context);
 void AddServeCommand(CLI::App& app, Context& context);
@@ -21,5 +22,9 @@ void AddBackupCommands(CLI::App& app, Context& context);
 void AddCompletionCommands(CLI::App& app, Context& context);
 void AddHelpCommand(CLI::App& app, Context& context);
 void AddManualCommand(CLI::App& app, Context& context);
+
+// Of the families "user" and "group".
+void AddUserAccessCommand(CLI::App& group, Context& context);
+void AddGroupAccessCommand(CLI::App& group, Context& context);
 
 } // namespace Tool

@@ -169,6 +169,7 @@ void AddGroupCommands(CLI::App& app, Context& context) {
   const auto [show, show_options] =
       make("show", "Show one group with its members and filters", "perenna-access group show editors", ShowGroup);
   show.add_option("GROUP", show_options->id, "The group's id")->required();
+  AddGroupAccessCommand(group, context);
 
   const auto [members, members_options] = make("set-members", "Replace the members of a group",
                                                "perenna-access group set-members editors alice bob", SetMembers);

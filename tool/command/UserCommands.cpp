@@ -258,6 +258,7 @@ void AddUserCommands(CLI::App& app, Context& context) {
   const auto [show, show_options] = make("show", "Show one user", "perenna-access user show alice", ShowUser);
   show.add_option("USER", show_options->id, "The user's id")->required();
   show.add_flag("--show-credential", show_options->show_credential, "Show the stored credential as well");
+  AddUserAccessCommand(group, context);
 
   const auto [groups, groups_options] = make("set-groups", "Replace the groups that a user is in",
                                              "perenna-access user set-groups alice editors readers", SetUserGroups);

@@ -18,6 +18,8 @@ struct ExplainedFilter {
   std::string action;
   bool names_method = false;
   bool matches = false; ///< the pattern, whatever the method
+  /// Whether it is too costly to find out whether the pattern matches: where it may be a Deny, all is refused.
+  bool undecided = false;
   std::string part;     ///< the part of the URL that matched
   bool decides = false; ///< the first row that settles the verdict
   bool Applies() const noexcept { return names_method && matches; }
@@ -30,6 +32,8 @@ struct Explanation {
   std::vector<std::string> groups;
   std::vector<ExplainedFilter> filters; ///< in the order of decision: what refuses, what grants, the rest
 
+  /// The filter that leaves the verdict open, which is therefore no; null: none does.
+  const ExplainedFilter* InDoubt() const noexcept;
   /// One sentence that says why.
   std::string Reason() const;
   Json ToJson() const;

@@ -1,17 +1,15 @@
-#include "directory/Explanation.h"
+#include "directory/explain/Explanation.h"
 
 #include <algorithm>
 
 #include "PN_Regex.h"
 #include "directory/Failure.h"
 #include "directory/member/Membership.h"
+#include "directory/text/Vocabulary.h"
 
 namespace AccessDirectory {
 
 namespace {
-
-constexpr const char* Allow = "Allow";
-constexpr const char* Deny = "Deny";
 
 constexpr int Attempts = 20; // tries to see an unchanged directory
 
@@ -20,11 +18,19 @@ constexpr const char* FiltersOfUser =
     "SELECT group_id, method, CAST(filter AS TEXT) AS filter, CAST(action AS TEXT) AS action, method = ? AS named "
     "FROM filters WHERE group_id IN (SELECT group_id FROM groupusers WHERE user_id = ?) ORDER BY group_id, rowid";
 
+constexpr int DenyRank = 0;
+constexpr int DoubtRank = 1;
+constexpr int AllowRank = 2;
+
+/// One Deny settles it, then doubt, then one Allow.
 int Rank(const ExplainedFilter& filter) {
-  if (!filter.Applies()) {
-    return 3;
+  if (filter.names_method && filter.undecided) {
+    return DoubtRank;
   }
-  return filter.action == Deny ? 0 : filter.action == Allow ? 1 : 2;
+  if (!filter.Applies()) {
+    return AllowRank + 2;
+  }
+  return filter.action == Deny ? DenyRank : filter.action == Allow ? AllowRank : AllowRank + 1;
 }
 
 std::vector<ExplainedFilter> Filters(Database& database, const Perenna::HTTPRequest& request,
@@ -40,13 +46,16 @@ std::vector<ExplainedFilter> Filters(Database& database, const Perenna::HTTPRequ
         filter.names_method = Field(row, "named") == "1";
         std::size_t begin = 0;
         std::size_t end = 0;
-        filter.matches = Perenna::RegularExpression(filter.pattern).match(request.URL(), begin, end);
+        const Perenna::RegularExpression pattern(filter.pattern);
+        filter.undecided = pattern.Test(request.URL().c_str()) == Perenna::RegularExpression::Outcome::Undecided;
+        filter.matches = pattern.match(request.URL(), begin, end);
         filter.part = request.URL().substr(begin, end - begin);
       });
   std::stable_sort(filters.begin(), filters.end(),
                    [](const ExplainedFilter& left, const ExplainedFilter& right) { return Rank(left) < Rank(right); });
-  if (!filters.empty() && Rank(filters.front()) < 2) {
-    filters.front().decides = true;
+  if (!filters.empty()) {
+    const int rank = Rank(filters.front());
+    filters.front().decides = rank == DenyRank || rank == AllowRank;
   }
   return filters;
 }
@@ -82,11 +91,21 @@ Explanation Explain(Module& module, Database& database, const Perenna::HTTPReque
   throw Failure(Failure::Kind::System, "the directory kept changing while the answer was being explained");
 }
 
+const ExplainedFilter* Explanation::InDoubt() const noexcept {
+  const auto open = std::find_if(filters.begin(), filters.end(),
+                                 [](const ExplainedFilter& filter) { return filter.names_method && filter.undecided; });
+  return open == filters.end() ? nullptr : &*open;
+}
+
 std::string Explanation::Reason() const {
   if (!filters.empty() && filters.front().decides) {
     const ExplainedFilter& decider = filters.front();
     return (allowed ? "allowed by" : "refused by") + (" " + decider.action) + " of group " + Quoted(decider.group) +
            ", pattern \"" + Shown(decider.pattern, Backslash::Kept) + '"';
+  }
+  if (const ExplainedFilter* const open = InDoubt(); open != nullptr) {
+    return "refused: it is too costly to find out whether the pattern \"" + Shown(open->pattern, Backslash::Kept) +
+           "\" of group " + Quoted(open->group) + " matches, and it might refuse";
   }
   if (!user_exists && groups.empty()) {
     return "refused: there is no such user";
@@ -110,6 +129,7 @@ Json Explanation::ToJson() const {
                     {"names_method", filter.names_method},
                     {"matches", filter.matches},
                     {"part", filter.matches ? JsonText(filter.part) : Json()},
+                    {"undecided", filter.undecided},
                     {"decides", filter.decides}});
   }
   Json list = Json::array();
