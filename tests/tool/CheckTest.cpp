@@ -61,9 +61,9 @@ TEST_F(Check, ExplainsWhichFilterDecided) {
   const auto explained = Json({"check", "an n", "GET", "/a\n", "--explain"});
   EXPECT_EQ(explained, nlohmann::ordered_json::parse(R"json({"user_id":"an n","user_exists":true,"method":"GET",
     "url":"/a\n","allowed":true,"reason":"allowed by Allow of group \"guests\", pattern \"^/a\"","groups":["guests"],
-    "filters":[{"group_id":"guests","method":"GET","filter":"^/a","action":"Allow","names_method":true,"matches":true,"part":"/a","decides":true},
-    {"group_id":"guests","method":"PUT","filter":"^/a","action":"allow","names_method":false,"matches":true,"part":"/a","decides":false},
-    {"group_id":"guests","method":"GET","filter":"(","action":"Allow","names_method":true,"matches":false,"part":null,"decides":false}]})json"))
+    "filters":[{"group_id":"guests","method":"GET","filter":"^/a","action":"Allow","names_method":true,"matches":true,"part":"/a","undecided":false,"decides":true},
+    {"group_id":"guests","method":"PUT","filter":"^/a","action":"allow","names_method":false,"matches":true,"part":"/a","undecided":false,"decides":false},
+    {"group_id":"guests","method":"GET","filter":"(","action":"Allow","names_method":true,"matches":false,"part":null,"undecided":false,"decides":false}]})json"))
       << explained.dump(2);
 }
 
