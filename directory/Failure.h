@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace AccessDirectory {
 
@@ -15,11 +16,15 @@ public:
     System   ///< the database or the system failed
   };
 
-  Failure(Kind kind, const std::string& message) : std::runtime_error(message), m_Kind(kind) {}
+  /// `code`: the module's result symbol, where it was the module that refused.
+  Failure(Kind kind, const std::string& message, std::string code = {})
+      : std::runtime_error(message), m_Kind(kind), m_Code(std::move(code)) {}
   Kind What() const noexcept { return m_Kind; }
+  const std::string& Code() const noexcept { return m_Code; }
 
 private:
   Kind m_Kind;
+  std::string m_Code;
 };
 
 /// There is no file where a database was looked for.

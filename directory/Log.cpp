@@ -10,33 +10,29 @@ namespace {
 constexpr std::size_t MaximumLineBytes = 4096; // a pattern of a megabyte does not belong on a terminal
 constexpr std::size_t MaximumErrors = 100;     // a thousand patterns that do not compile say it once each
 
+thread_local Log s_log;
+
 } // namespace
 
-Log::Log() {
-  Tarn::SetDefaultLogSink(this);
-}
-
-Log::~Log() {
-  Tarn::SetDefaultLogSink(nullptr);
-}
-
 void Log::Clear() {
-  const std::lock_guard<std::mutex> hold(m_Mutex);
   m_Errors.clear();
   m_TimedOut = false;
 }
 
-std::vector<std::string> Log::Errors() {
-  const std::lock_guard<std::mutex> hold(m_Mutex);
-  return m_Errors;
+void Log::Take(Tarn::LogType_t level, const std::string& line) {
+  if (level == Tarn::LOG_ERROR && m_Errors.size() < MaximumErrors) {
+    m_Errors.push_back(line);
+  }
+  m_TimedOut = m_TimedOut || line == "Locked database, timed out.";
 }
 
-bool Log::TimedOut() {
-  const std::lock_guard<std::mutex> hold(m_Mutex);
-  return m_TimedOut;
-}
-
-void Log::VLog(Tarn::LogType_t level, const char* format, std::va_list arguments) {
+void LogSink::VLog(Tarn::LogType_t level, const char* format, std::va_list arguments) {
+  if (m_Next != nullptr) {
+    std::va_list again;
+    va_copy(again, arguments);
+    m_Next->VLog(level, format, again);
+    va_end(again);
+  }
   if (level != Tarn::LOG_ERROR && level != Tarn::LOG_DEBUG && !m_Follower) {
     return;
   }
@@ -48,19 +44,27 @@ void Log::VLog(Tarn::LogType_t level, const char* format, std::va_list arguments
   if (!line.empty() && line.back() == '\n') {
     line.pop_back();
   }
-  const std::lock_guard<std::mutex> hold(m_Mutex);
-  if (level == Tarn::LOG_ERROR && m_Errors.size() < MaximumErrors) {
-    m_Errors.push_back(line);
-  }
-  m_TimedOut = m_TimedOut || line == "Locked database, timed out.";
+  s_log.Take(level, line);
   if (m_Follower) {
     m_Follower(line);
   }
 }
 
+LogSink& TheLogSink() {
+  static LogSink& sink = *new LogSink(nullptr); // threads may log until the process ends
+  static const bool installed = [] {
+    if (Tarn::ILogSink* const own = Tarn::SetDefaultLogSink(&sink); own != nullptr) {
+      Tarn::SetDefaultLogSink(own); // the process has one: it stays
+    }
+    return true;
+  }();
+  static_cast<void>(installed);
+  return sink;
+}
+
 Log& TheLog() {
-  static Log log;
-  return log;
+  TheLogSink();
+  return s_log;
 }
 
 } // namespace AccessDirectory

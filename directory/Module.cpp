@@ -55,7 +55,7 @@ Tarn::Result_t Module::Apply(const Change& change) {
     }
     const auto errors = TheLog().Errors();
     if (result == Tarn::RESULT_PARAM || result == Tarn::RESULT_STATE) {
-      throw Failure(Failure::Kind::Input, errors.empty() ? result.message : Shown(errors.front()));
+      throw Failure(Failure::Kind::Input, errors.empty() ? result.message : Shown(errors.front()), result.symbol);
     }
     if (!errors.empty() || result == Perenna::RESULT_DB_FAILURE) {
       Fail(errors.empty() ? result.message : errors.front());

@@ -100,7 +100,7 @@ public:
     }
     m_Errors = m_Context.Errors();
     if (m_Context.IsVerbose()) {
-      AccessDirectory::TheLog().SetFollower([](const std::string& line) {
+      AccessDirectory::TheLogSink().SetFollower([](const std::string& line) {
         std::cerr << "perenna-access: log: " << AccessDirectory::Shown(line, AccessDirectory::Backslash::Kept) << '\n';
       });
     }
@@ -173,7 +173,7 @@ int main(int argc, char** argv) {
     Tool::ProtectProcess();
     Tool::RemoveUnfinishedFilesOnSignals();
     std::ios::sync_with_stdio(false);
-    AccessDirectory::TheLog();
+    AccessDirectory::TheLogSink();
     Program program;
     status = RunToAnEnd(program, {argv + 1, argv + argc});
   } catch (const std::exception& error) {
