@@ -12,10 +12,10 @@ namespace {
 
 class ConstantHandler : public Host::Handler {
 public:
-  Body OnHead(const Host::Request&) override { return Body::Ignore; }
+  Body OnHead(Host::Request&) override { return Body::Ignore; }
   std::size_t BodyLimit(const Host::Request&) override { return 0; }
   void BeginGroup() override {}
-  Host::Response Handle(const Host::Request&) override {
+  std::optional<Host::Response> Handle(Host::Request&, const Deferral&) override {
     return {200,
             {{"X-Access-Outcome", "allowed"},
              {"X-Request-Id", "00000000000000000000000000000000"},

@@ -76,6 +76,7 @@ void Connection::Proceed() {
   case State::Lingering:
     return Discard();
   case State::Queued:
+  case State::Deferred:
   case State::Closed:
     return;
   }
@@ -95,6 +96,7 @@ void Connection::Expire() {
   case State::Lingering:
     return Close();
   case State::Queued:
+  case State::Deferred:
   case State::Closed:
     return;
   }
@@ -177,14 +179,15 @@ void Connection::Take(std::string_view bytes) {
   }
 }
 
-Response Connection::Ask(const Request& request, bool group_began) {
+std::optional<Response> Connection::Ask(Request& request, bool group_began) {
   try {
     if (group_began) {
-      return m_Worker.TheHandler().Handle(request);
+      return m_Worker.TheHandler().Handle(request, [this] { return Defer(); });
     }
   } catch (const std::exception& error) {
     LogFailure(error);
   }
+  m_State = State::Queued; // if it had been put off
   m_Worker.TheHandler().OnRefused(500, m_Peer);
   return PlainAnswer(500);
 }
@@ -193,23 +196,45 @@ void Connection::AnswerRequest(bool group_began) {
   if (m_State != State::Queued) {
     return;
   }
-  auto request = m_Reader.Take();
-  const Response response = Ask(*request, group_began);
-  const bool to_head = request->method == "HEAD";
+  m_Request = m_Reader.Take();
+  m_ToHead = m_Request->method == "HEAD"; // the handler may take all of it along
+  if (const std::optional<Response> response = Ask(*m_Request, group_began)) {
+    Finish(*response);
+  }
+}
+
+Handler::Answerer Connection::Defer() {
+  m_State = State::Deferred;
+  return [&worker = m_Worker, weak = weak_from_this()](Response response) {
+    worker.Post([weak, response = std::make_shared<const Response>(std::move(response))] {
+      if (const auto connection = weak.lock()) {
+        connection->AnswerLate(*response);
+      }
+    });
+  };
+}
+
+void Connection::AnswerLate(const Response& response) {
+  if (m_State == State::Deferred) {
+    Guarded([this, &response] { Finish(response); });
+  }
+}
+
+void Connection::Finish(const Response& response) {
   const bool keep = m_Reader.KeepAlive() && !response.close && !m_Worker.Draining();
   // A client that asked for the end, and has sent nothing beyond its request, needs no lingering.
-  const bool at_its_end = !m_Reader.KeepAlive() && !request->body_pending && m_Reader.Empty();
+  const bool at_its_end = !m_Reader.KeepAlive() && !m_Request->body_pending && m_Reader.Empty();
   auto persistence = Persistence::Close;
   m_AfterWrite = at_its_end ? AfterWrite::Close : AfterWrite::Linger;
   if (keep) {
-    persistence = request->http_1_0 ? Persistence::KeepAnnounced : Persistence::Keep;
+    persistence = m_Request->http_1_0 ? Persistence::KeepAnnounced : Persistence::Keep;
     m_AfterWrite = AfterWrite::NextRequest;
   }
-  m_Worker.Pool().Return(std::move(request));
+  m_Worker.Pool().Return(std::move(m_Request));
 
   std::string& out = m_Worker.Output();
   out.clear();
-  if (!AppendAnswer(out, response, to_head, persistence, m_Worker.Date())) {
+  if (!AppendAnswer(out, response, m_ToHead, persistence, m_Worker.Date())) {
     Tarn::DefaultLogSink().Error("A request failed: its answer, status %u, cannot be sent as HTTP\n", response.status);
     return Refuse(500);
   }

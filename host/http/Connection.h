@@ -5,9 +5,11 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "host/http/Handler.h"
 #include "host/http/Message.h"
 #include "host/http/net/Channel.h"
 #include "host/http/net/Reactor.h"
@@ -42,12 +44,12 @@ public:
   /// Whether it waits for a request of which nothing has come.
   bool Idle() const noexcept { return m_State == State::Idle; }
   /// Whether it may be closed for the sake of another: it is the client that keeps it waiting.
-  bool Dispensable() const noexcept { return m_State != State::Queued; }
+  bool Dispensable() const noexcept { return m_State != State::Queued && m_State != State::Deferred; }
   /// Tells the peer, and closes.
   void CloseGently();
 
 private:
-  enum class State : std::uint8_t { Handshake, Idle, Reading, Queued, Writing, Lingering, Closed };
+  enum class State : std::uint8_t { Handshake, Idle, Reading, Queued, Deferred, Writing, Lingering, Closed };
   enum class AfterWrite : std::uint8_t { NextRequest, Close, Linger };
 
   template <typename Step> void Guarded(Step step);
@@ -58,7 +60,10 @@ private:
   void Receive();
   void ReadOn();
   void Take(std::string_view bytes);
-  Response Ask(const Request& request, bool group_began);
+  std::optional<Response> Ask(Request& request, bool group_began);
+  Handler::Answerer Defer();
+  void AnswerLate(const Response& response);
+  void Finish(const Response& response);
   void Refuse(unsigned status);
   void Send(std::string_view bytes);
   void SendRest();
@@ -73,12 +78,14 @@ private:
   std::unique_ptr<Watch> m_Watch;
   Peer m_Peer;
   RequestReader m_Reader;
+  std::unique_ptr<Request> m_Request; // that is being answered
   std::string m_Unsent;       // the answer that the socket did not take at once
   std::size_t m_UnsentAt = 0; // how far it has taken it since
   Clock::time_point m_Deadline;
   Place m_Place;
   State m_State = State::Idle;
   AfterWrite m_AfterWrite = AfterWrite::NextRequest;
+  bool m_ToHead = false;  // the request under way
   bool m_Refused = false; // its deadline is that of the lingering close, and stays
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
@@ -39,6 +40,7 @@ struct Request {
   Peer peer;
   bool body_pending =
       false; ///< for `Handler::Body::Ignore`: the body has not come, the connection is closed after the answer
+  std::shared_ptr<void> notes; ///< the handler's own, from `OnHead` to `Handle`
 
   /// The value of the first field of that name, or null.
   const std::string* Find(std::string_view name) const noexcept;

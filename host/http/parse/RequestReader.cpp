@@ -28,6 +28,7 @@ void RequestPool::Return(std::unique_ptr<Request> request) {
   }
   request->body.clear();
   request->body_pending = false;
+  request->notes.reset();
   m_Free.push_back(std::move(request));
 }
 

@@ -77,6 +77,19 @@ TEST(Connection, AnswersPipelinedRequestsInOrderHoweverTheyArrive) {
   }
 }
 
+TEST(Connection, WaitsForALateAnswerAndServesOthersMeanwhile) {
+  RunningServer server;
+  RawClient late(server);
+  { RawClient(server).Send("GET /late" + End); } // and goes away
+  late.Send("HEAD /late" + End + "GET /after" + End);
+  ::usleep(50000);
+  EXPECT_EQ(Body(RawClient(server).Send("GET /now" + End).ReadAnswer()), "GET /now \n");
+  server->Drain(milliseconds(5000)); // which lets it have its answer
+  EXPECT_NE(late.ReadAnswer(false).find("\r\nContent-Length: 12\r\n"), std::string::npos);
+  EXPECT_EQ(late.ReadToEnd(), "");
+  server->Join();
+}
+
 TEST(Connection, IsToldToGoOnOnlyWhenItsBodyIsWanted) {
   RunningServer server;
   RawClient client(server);

@@ -17,13 +17,13 @@ class EchoHandler : public Host::Handler {
 public:
   EchoHandler(Seen& seen, std::mutex& mutex) : m_Seen(seen), m_Mutex(mutex) {}
 
-  Body OnHead(const Host::Request& request) override { return request.target == "/ignore" ? Body::Ignore : Body::Read; }
+  Body OnHead(Host::Request& request) override { return request.target == "/ignore" ? Body::Ignore : Body::Read; }
   std::size_t BodyLimit(const Host::Request&) override { return 100; }
   void BeginGroup() override {
     const std::lock_guard<std::mutex> hold(m_Mutex);
     m_Seen.groups.push_back(0);
   }
-  Host::Response Handle(const Host::Request& request) override {
+  std::optional<Host::Response> Handle(Host::Request& request, const Deferral& defer) override {
     {
       const std::lock_guard<std::mutex> hold(m_Mutex);
       m_Seen.requests.push_back(request);
@@ -39,6 +39,13 @@ public:
     }
     if (request.target == "/big") {
       response.body.assign(8U << 20U, 'b');
+    }
+    if (request.target == "/late") {
+      std::thread([answer = defer(), response] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(500)); // beyond every deadline of the transport
+        answer(response);
+      }).detach();
+      return std::nullopt;
     }
     if (request.target == "/slow") {
       std::this_thread::sleep_for(std::chrono::milliseconds(200));

@@ -20,7 +20,7 @@ struct Seen {
 
 /// A server whose answer is "METHOD TARGET BODY\n"; targets ask for more: "/ignore" for its body not to be waited for,
 /// "/big" for an answer of a megabyte or two, "/throw" for an exception, "/inject" for a field with a line break,
-/// "/slow" for 200 ms. Bodies are limited to 100 bytes.
+/// "/slow" for 200 ms, "/late" for an answer from another thread after 500 ms. Bodies are limited to 100 bytes.
 class RunningServer {
 public:
   /// Listens on a free port of the loopback address, with deadlines of a third of a second.
