@@ -91,6 +91,14 @@ std::string ThumbprintFromFile(const std::string& file) {
   return Canonical(certificate.Thumbprint());
 }
 
+std::string ThumbprintFromPem(const std::string& text) {
+  Perenna::X509Certificate certificate;
+  if (text.size() > MaximumCertificateBytes || certificate.DecodePEM(text).Failed()) {
+    throw Failure(Failure::Kind::Input, "the certificate is no X.509 certificate in PEM form");
+  }
+  return Canonical(certificate.Thumbprint());
+}
+
 std::string UserIdFault(std::string_view user_id, bool with_password) {
   if (user_id.empty()) {
     return "is empty";

@@ -34,6 +34,9 @@ std::string ThumbprintFromText(const std::string& text);
 /// The thumbprint in canonical base64 of the certificate in a PEM or DER file. Throws `Failure`.
 std::string ThumbprintFromFile(const std::string& file);
 
+/// The same of a certificate's PEM text. Throws `Failure`.
+std::string ThumbprintFromPem(const std::string& text);
+
 /// Why nobody could log in by this user id, or no header field could carry it: it is empty, holds a colon (RFC 7617,
 /// section 2) or a control character, or has a space at an end. Words that follow the id; empty when it is sound.
 /// The colon matters only with a password.

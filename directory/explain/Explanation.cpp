@@ -139,4 +139,14 @@ Json Explanation::ToJson() const {
   return {{"reason", Reason()}, {"groups", std::move(list)}, {"filters", std::move(rows)}};
 }
 
+Json CheckJson(const Perenna::HTTPRequest& request, const std::string& user_id, const Explanation& explanation) {
+  Json json = {{"user_id", JsonText(user_id)},
+               {"user_exists", explanation.user_exists},
+               {"method", MethodToString(request.Method())},
+               {"url", JsonText(request.URL())},
+               {"allowed", explanation.allowed}};
+  json.update(explanation.ToJson());
+  return json;
+}
+
 } // namespace AccessDirectory

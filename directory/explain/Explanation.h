@@ -44,4 +44,7 @@ struct Explanation {
 Explanation Explain(Module& module, Database& database, const Perenna::HTTPRequest& request,
                     const std::string& user_id);
 
+/// The whole answer to "may this user do that, and why".
+Json CheckJson(const Perenna::HTTPRequest& request, const std::string& user_id, const Explanation& explanation);
+
 } // namespace AccessDirectory

@@ -16,10 +16,16 @@ struct MemberListing {
   std::vector<std::vector<std::string>> members; ///< of each row, ascending
 };
 
+/// Which entries of a listing are wanted.
+struct Selection {
+  std::string search;    ///< those whose id, or group name, holds this, letters of ASCII in any case; empty: all
+  std::string member_of; ///< of users, those in this group; empty: all
+};
+
 /// Reads the page of `section`, Users or Groups, as of one moment. One pass over the memberships serves all of its
 /// rows, where the module asks for those of each row: on a file without indexes that takes quadratic time. Throws
 /// `Failure`.
 MemberListing ListWithMembers(Database& database, SectionNumber section, std::size_t skip, std::size_t limit,
-                              Progress& progress);
+                              Progress& progress, const Selection& selection = {});
 
 } // namespace AccessDirectory

@@ -12,4 +12,10 @@ bool ReadDirectory(Input& input, Directory& directory, FileFindings& errors) {
   return Json::sax_parse(stream, &receiver);
 }
 
+bool ReadDirectory(Input& input, Directory& directory, FileFindings& errors, std::vector<std::size_t>& without) {
+  DirectoryReceiver receiver(input, directory, errors, &without);
+  std::istream stream(&input);
+  return Json::sax_parse(stream, &receiver);
+}
+
 } // namespace AccessDirectory

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vector>
+
 #include "directory/Directory.h"
 #include "directory/transfer/FileFindings.h"
 #include "directory/transfer/Input.h"
@@ -11,5 +13,9 @@ namespace AccessDirectory {
 /// another type, malformed base64) goes to `errors`. False when the file is no JSON and could not be read to its end;
 /// `errors` then begins with where and why.
 bool ReadDirectory(Input& input, Directory& directory, FileFindings& errors);
+
+/// The same, but a user may come without a credential: `without` then gets the number of its row, whose credential is
+/// empty.
+bool ReadDirectory(Input& input, Directory& directory, FileFindings& errors, std::vector<std::size_t>& without);
 
 } // namespace AccessDirectory

@@ -239,7 +239,9 @@ void DirectoryReceiver::BeginEntry() {
 
 void DirectoryReceiver::EndEntry() {
   for (std::size_t column = 0; column < m_Texts.size(); ++column) {
-    if (!m_HasText[column]) {
+    if (!m_HasText[column] && m_Without != nullptr && TheSection().IsSecret(column)) {
+      m_Without->push_back(m_Directory.at(SectionIndex()).Count());
+    } else if (!m_HasText[column]) {
       m_EntryName = TheSection().columns[column];
       Error("is missing");
     }

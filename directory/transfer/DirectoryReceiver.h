@@ -15,8 +15,10 @@ namespace AccessDirectory {
 /// member is unknown, events are passed over until it ends.
 class DirectoryReceiver : public Json::json_sax_t {
 public:
-  DirectoryReceiver(const Input& input, Directory& directory, FileFindings& errors)
-      : m_Input(input), m_Directory(directory), m_Errors(errors) {}
+  /// `without` gets the rows of users without a credential; null: every user has one.
+  DirectoryReceiver(const Input& input, Directory& directory, FileFindings& errors,
+                    std::vector<std::size_t>* without = nullptr)
+      : m_Input(input), m_Directory(directory), m_Errors(errors), m_Without(without) {}
 
   bool null() override { return Scalar("null"); }
   bool boolean(bool value) override { return Scalar(value ? "true" : "false"); }
@@ -61,6 +63,7 @@ private:
   const Input& m_Input;
   Directory& m_Directory;
   FileFindings& m_Errors;
+  std::vector<std::size_t>* m_Without;
 
   Place m_Place = Place::Outside;
   std::size_t m_Depth = 0;      // of containers that are passed over

@@ -26,7 +26,7 @@ std::size_t Size(int descriptor) {
 
 Input::Input(const std::string& name, Progress& progress)
     : m_Name(name == "-" ? "standard input" : Quoted(name)),
-      m_Descriptor(name == "-" ? STDIN_FILENO : open(name.c_str(), O_RDONLY | O_CLOEXEC)), m_Progress(progress) {
+      m_Descriptor(name == "-" ? STDIN_FILENO : open(name.c_str(), O_RDONLY | O_CLOEXEC)), m_Progress(&progress) {
   if (m_Descriptor < 0) {
     Fail();
   }
@@ -35,6 +35,11 @@ Input::Input(const std::string& name, Progress& progress)
     progress.Show();
   }
   progress.Begin("Reading", size);
+}
+
+Input::Input(std::string_view text) : m_Name("the text"), m_Descriptor(-1), m_Progress(nullptr) {
+  auto* const begin = const_cast<char*>(text.data()); // NOLINT(cppcoreguidelines-pro-type-const-cast): never written
+  setg(begin, begin, begin + text.size());
 }
 
 Input::~Input() {
@@ -68,6 +73,9 @@ Input::Position Input::Where() const {
 }
 
 Input::int_type Input::underflow() {
+  if (m_Progress == nullptr) {
+    return traits_type::eof();
+  }
   Pass(m_BeforeBuffer, eback(), egptr());
   setg(m_Buffer.data(), m_Buffer.data(), m_Buffer.data());
   ssize_t count = 0;
@@ -82,9 +90,9 @@ Input::int_type Input::underflow() {
   }
   m_Bytes += static_cast<std::size_t>(count);
   if (m_Bytes > LargeBytes) {
-    m_Progress.Show();
+    m_Progress->Show();
   }
-  m_Progress.Advance(static_cast<std::uint64_t>(count));
+  m_Progress->Advance(static_cast<std::uint64_t>(count));
   setg(m_Buffer.data(), m_Buffer.data(), m_Buffer.data() + count);
   return traits_type::to_int_type(m_Buffer.front());
 }

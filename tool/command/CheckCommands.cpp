@@ -69,27 +69,27 @@ ExitStatus CheckOne(const Context& context, const CheckOptions& options) {
   Module module(file);
   bool allowed = false;
   const bool user_exists = module.UserExists(options.user);
-  Json json = {{"user_id", JsonText(options.user)},
-               {"user_exists", user_exists},
-               {"method", options.method},
-               {"url", JsonText(options.target)},
-               {"allowed", false}};
+  Json json;
   if (options.explain) {
     Database database(file, Database::Access::Read);
     const Explanation explanation = Explain(module, database, request, options.user);
     allowed = explanation.allowed;
-    json.update(explanation.ToJson());
+    json = CheckJson(request, options.user, explanation);
     if (!context.WantsJson()) {
       PrintExplanation(explanation);
     }
   } else {
     allowed = MayDo(module, request, options.user);
+    json = {{"user_id", JsonText(options.user)},
+            {"user_exists", user_exists},
+            {"method", options.method},
+            {"url", JsonText(options.target)},
+            {"allowed", allowed}};
     if (!context.WantsJson()) {
       std::cout << InColour(Verdict(allowed), allowed ? Colour::Green : Colour::Red) << '\n';
     }
   }
   if (context.WantsJson()) {
-    json["allowed"] = allowed;
     PrintJson(json);
   } else if (!user_exists) {
     Warn(NoUser(options.user));

@@ -5,6 +5,7 @@
 #include "directory/Directory.h"
 #include "directory/file/FileNames.h"
 #include "directory/file/NewFile.h"
+#include "directory/transfer/DirectoryText.h"
 #include "tool/DirectoryNames.h"
 #include "tool/terminal/Output.h"
 
@@ -17,31 +18,9 @@ struct ExportOptions {
   bool force = false;
 };
 
-/// A row as one line of the file.
-std::string Line(const Section& section, const std::vector<std::string>& texts) {
-  std::string line = "{";
-  for (std::size_t i = 0; i < texts.size(); ++i) {
-    line += (i == 0 ? "\"" : ",\"") + section.columns[i] + "\":" + JsonText(texts[i]).dump(-1, ' ', true);
-  }
-  return line + '}';
-}
-
-/// Writes the whole directory, row by row, as of one moment.
-SectionCounts WriteDirectory(Database& database, Output& out) {
-  SectionCounts counts{};
-  const Snapshot snapshot(database);
-  out.Write(std::string("{\"format\":\"") + FileFormat + "\",\"version\":" + std::to_string(FileVersion));
-  for (std::size_t number = 0; number < SectionCount; ++number) {
-    const Section& section = Sections.at(number);
-    out.Write(std::string(",\n\"") + section.name + "\":[");
-    std::size_t& count = counts.at(number);
-    ForEachRow(database, section, NotText::Refuse, [&](const std::vector<std::string>& texts) {
-      out.Write((count == 0 ? "\n" : ",\n") + Line(section, texts));
-      ++count;
-    });
-    out.Write(count == 0 ? "]" : "\n]");
-  }
-  out.Write("}\n");
+SectionCounts WriteTo(Output& out, Database& database) {
+  const SectionCounts counts =
+      WriteDirectory(database, StoredCredentials::Written, [&out](const std::string& text) { out.Write(text); });
   out.Finish();
   return counts;
 }
@@ -50,7 +29,7 @@ ExitStatus Export(const Context& context, const ExportOptions& options) {
   Database database(context.DatabaseFile(), Database::Access::Read);
   if (options.file == "-") {
     Output out;
-    WriteDirectory(database, out);
+    WriteTo(out, database);
     return ExitStatus::Done;
   }
   RequireApart(options.file, database.File());
@@ -59,7 +38,7 @@ ExitStatus Export(const Context& context, const ExportOptions& options) {
   SectionCounts counts{};
   {
     Output out(file.WorkName(), options.file);
-    counts = WriteDirectory(database, out);
+    counts = WriteTo(out, database);
   }
   file.Publish();
   context.Report("Exported " + CountsText(counts) + " to " + Quoted(options.file) + '.',

@@ -7,6 +7,7 @@
 #include "directory/transfer/DirectoryCheck.h"
 #include "directory/transfer/DirectoryDifference.h"
 #include "directory/transfer/DirectoryReader.h"
+#include "directory/transfer/DirectoryText.h"
 #include "tool/command/DifferenceTable.h"
 #include "tool/DirectoryNames.h"
 #include "tool/terminal/ProgressBar.h"
@@ -51,55 +52,19 @@ ExitStatus Refuse(const Context& context, const ImportOptions& options, const Fi
   return ExitStatus::Usage;
 }
 
-std::string InsertStatement(const Section& section) {
-  std::string names;
-  std::string values;
-  for (const std::string& column : section.columns) {
-    names += (names.empty() ? "" : ", ") + column;
-    values += values.empty() ? "CAST(? AS TEXT)" : ", CAST(? AS TEXT)";
-  }
-  std::string sql = "INSERT INTO ";
-  sql.append(section.table).append("(").append(names).append(") VALUES(").append(values).append(")");
-  return sql;
-}
-
 /// Puts the directory in place of the stored one.
 void Write(Database& database, const Directory& directory, Progress& progress) {
-  if (database.Texts("PRAGMA encoding") != std::vector<std::string>{"UTF-8"}) {
-    throw Failure(Failure::Kind::System, "the database " + Quoted(database.File()) +
-                                             " stores its texts as UTF-16, which cannot hold every text");
-  }
-  // Without this, a change larger than SQLite's cache would lock readers out long before it is complete.
-  database.Run("PRAGMA cache_spill = OFF");
-  progress.Begin("Writing", Sum(CountsOf(directory)));
   Transaction transaction(database);
-  for (std::size_t number = 0; number < SectionCount; ++number) {
-    const Section& section = Sections.at(number);
-    const Rows& rows = directory.at(number);
-    database.Run(std::string("DELETE FROM ") + section.table);
-    Statement insert(database, InsertStatement(section));
-    std::vector<std::string> texts(section.columns.size());
-    for (std::size_t row = 0; row < rows.Count(); ++row) {
-      for (std::size_t column = 0; column < texts.size(); ++column) {
-        texts[column] = rows.At(row, column);
-      }
-      insert.Run(texts);
-      progress.Advance(1);
-    }
-  }
+  ReplaceDirectory(database, directory, progress);
   transaction.Commit();
 }
 
 ExitStatus ShowDifference(const Context& context, Database& database, const Directory& directory,
                           const FileFindings& warnings) {
-  Directory stored = EmptyDirectory();
-  {
+  const Directory stored = [&database] {
     const Snapshot snapshot(database);
-    for (std::size_t number = 0; number < SectionCount; ++number) {
-      ForEachRow(database, Sections.at(number), NotText::Convert,
-                 [&](const std::vector<std::string>& texts) { stored.at(number).Append(texts); });
-    }
-  }
+    return ReadStoredTexts(database);
+  }();
   const DirectoryDifference difference(stored, directory);
   if (context.WantsJson()) {
     PrintJson({{"dry_run", true},

@@ -4,6 +4,7 @@
 #include <iostream>
 #include <memory>
 
+#include "directory/lint/FindingsText.h"
 #include "directory/lint/Lint.h"
 #include "tool/DirectoryNames.h"
 #include "tool/terminal/ProgressBar.h"
@@ -26,14 +27,10 @@ class Report {
 public:
   Report(const std::string& file, const StoredDirectory& stored, std::vector<Finding> findings)
       : m_File(Shown(file)), m_Stored(stored), m_Findings(std::move(findings)), m_Kinds(ByKind(m_Findings)) {
-    for (std::size_t number = 0; number < SectionCount; ++number) {
-      m_Rows.at(number) = stored.at(number).texts.Count();
-    }
+    m_Rows = CountsOf(stored);
     const auto problems = std::count_if(m_Findings.begin(), m_Findings.end(), IsProblem);
     m_Problems = static_cast<std::size_t>(problems);
   }
-
-  bool Empty() const { return m_Findings.empty(); }
 
   /// Kind by kind. What a thousand rows share takes a few lines, unless `all` are wanted.
   void Print(bool all) const {
@@ -50,37 +47,8 @@ public:
     std::cout << counted << " in " << CountsText(m_Rows) << ".\n";
   }
 
-  /// Finding by finding: there may be hundreds of thousands.
-  void PrintAsJson() const {
-    std::cout << "{\n  \"findings\": [";
-    const char* separator = "\n";
-    for (const Finding& finding : m_Findings) {
-      std::string text = FindingJson(finding).dump(2, ' ', true);
-      for (std::size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', end + 1)) {
-        text.insert(end + 1, "    ");
-      }
-      std::cout << separator << "    " << text;
-      separator = ",\n";
-    }
-    Json kinds = Json::array();
-    for (const FindingsOfKind& kind : m_Kinds) {
-      kinds.push_back(
-          {{"kind", kind.kind->name}, {"severity", SeverityName(*kind.kind)}, {"count", kind.findings.size()}});
-    }
-    const Json counts = {{"kinds", std::move(kinds)},
-                         {"problems", m_Problems},
-                         {"notes", m_Findings.size() - m_Problems},
-                         {"rows", CountsJson(m_Rows)}};
-    std::string rest = counts.dump(2, ' ', true);
-    std::cout << (m_Findings.empty() ? "],\n" : "\n  ],\n") << rest.substr(rest.find('\n') + 1) << '\n';
-  }
-
 private:
   static bool IsProblem(const Finding& finding) { return finding.kind->severity == Severity::Problem; }
-  static const char* SeverityName(const LintKind& kind) {
-    return kind.severity == Severity::Problem ? "problem" : "note";
-  }
-
   static std::string Heading(const LintKind& kind) {
     return InColour(SeverityName(kind), kind.severity == Severity::Problem ? Colour::Red : Colour::Dim) + "  " +
            InColour(kind.name, Colour::Bold) + "  ";
@@ -112,49 +80,13 @@ private:
 
   long long RowId(const Finding& finding) const { return m_Stored.at(finding.section).rowids[finding.row]; }
 
-  /// The columns that tell a person which row it is, without credentials.
-  static std::vector<std::size_t> Columns(SectionNumber section) {
-    switch (section) {
-    case Filters:
-      return {FilterColumn::Group, FilterColumn::Action, FilterColumn::Method, FilterColumn::Pattern};
-    case Memberships:
-      return {MembershipColumn::Group, MembershipColumn::User};
-    default:
-      return {0};
-    }
-  }
-
   std::string RowText(const Finding& finding) const {
     std::string text;
-    for (const std::size_t column : Columns(finding.section)) {
+    for (const std::size_t column : TellingColumns(finding.section)) {
       text += (text.empty() ? "" : ", ") + Sections.at(finding.section).columns[column] + " \"" +
               Shown(m_Stored.at(finding.section).Text(finding.row, column), Backslash::Kept) + '"';
     }
     return text;
-  }
-
-  Json FindingJson(const Finding& finding) const {
-    if (finding.section == SectionCount) {
-      return {{"kind", finding.kind->name},
-              {"severity", SeverityName(*finding.kind)},
-              {"table", nullptr},
-              {"rowid", nullptr},
-              {"row", nullptr},
-              {"why", finding.why},
-              {"mend", finding.mend}};
-    }
-    Json row = Json::object();
-    for (const std::size_t column : Columns(finding.section)) {
-      row[Sections.at(finding.section).columns[column]] =
-          JsonText(m_Stored.at(finding.section).Text(finding.row, column));
-    }
-    return {{"kind", finding.kind->name},
-            {"severity", SeverityName(*finding.kind)},
-            {"table", Sections.at(finding.section).table},
-            {"rowid", RowId(finding)},
-            {"row", std::move(row)},
-            {"why", finding.why},
-            {"mend", finding.mend}};
   }
 
   std::string Counts() const {
@@ -189,13 +121,13 @@ ExitStatus RunLint(const Context& context, const LintOptions& options) {
     const auto is_note = [](const Finding& finding) { return finding.kind->severity == Severity::Note; };
     findings.erase(std::remove_if(findings.begin(), findings.end(), is_note), findings.end());
   }
-  const Report report(file, stored, std::move(findings));
+  const bool is_empty = findings.empty();
   if (context.WantsJson()) {
-    report.PrintAsJson();
+    WriteFindings(stored, findings, [](const std::string& text) { std::cout << text; });
   } else {
-    report.Print(options.all);
+    Report(file, stored, std::move(findings)).Print(options.all);
   }
-  return report.Empty() ? ExitStatus::Done : ExitStatus::Refused;
+  return is_empty ? ExitStatus::Done : ExitStatus::Refused;
 }
 
 } // namespace

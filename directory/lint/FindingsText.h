@@ -1,0 +1,25 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "directory/lint/Lint.h"
+
+namespace AccessDirectory {
+
+/// The columns that tell a person which row of a section it is, without credentials.
+std::vector<std::size_t> TellingColumns(SectionNumber section);
+
+/// "problem" or "note".
+const char* SeverityName(const LintKind& kind);
+
+/// How many rows each section has.
+SectionCounts CountsOf(const StoredDirectory& stored);
+
+/// Writes findings as JSON, piece by piece, since there may be hundreds of thousands: {"findings": [...], "kinds":
+/// [...], "problems", "notes", "rows": {...}}, indented, ASCII only.
+void WriteFindings(const StoredDirectory& stored, const std::vector<Finding>& findings,
+                   const std::function<void(const std::string& text)>& write);
+
+} // namespace AccessDirectory
