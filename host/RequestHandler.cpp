@@ -7,7 +7,7 @@
 namespace Host {
 
 RequestHandler::RequestHandler(const HandlerContext& context)
-    : m_Decisions(context.decisions), m_AccessLog(context.access_log),
+    : m_Decisions(context.decisions), m_AccessLog(context.access_log), m_Administration(context.administration),
       m_Judge(context.decisions), m_Endpoints{context.configuration,
                                               context.origins,
                                               context.target_form,
@@ -18,12 +18,18 @@ RequestHandler::RequestHandler(const HandlerContext& context)
                                               context.decision_log,
                                               context.measure} {}
 
-Response RequestHandler::Handle(const Request& request) {
+Handler::Body RequestHandler::OnHead(Request& request) {
+  return Administration::Serves(PathOf(request.target)) ? m_Administration.OnHead(m_Endpoints, request) : Body::Ignore;
+}
+
+std::optional<Response> RequestHandler::Handle(Request& request, const Deferral& defer) {
   using std::chrono::steady_clock;
   const auto begin = m_AccessLog.File().TakesLines() ? steady_clock::now() : steady_clock::time_point();
-  Response response = AnswerRequest(m_Endpoints, request);
-  if (m_AccessLog.File().TakesLines()) {
-    m_AccessLog.Write(request, response,
+  std::optional<Response> response = Administration::Serves(PathOf(request.target))
+                                         ? m_Administration.Handle(m_Endpoints, request, defer)
+                                         : AnswerRequest(m_Endpoints, request);
+  if (response && m_AccessLog.File().TakesLines()) {
+    m_AccessLog.Write(request, *response,
                       std::chrono::duration_cast<std::chrono::microseconds>(steady_clock::now() - begin));
   }
   return response;

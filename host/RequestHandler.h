@@ -2,6 +2,7 @@
 
 #include <functional>
 
+#include "host/administration/Administration.h"
 #include "host/caller/Origin.h"
 #include "host/decision/Judge.h"
 #include "host/endpoint/Endpoints.h"
@@ -19,6 +20,7 @@ struct HandlerContext {
   Metrics& metrics;
   DecisionLog& decision_log;
   AccessLog& access_log;
+  Administration& administration;
   std::function<Metrics::Gauges()> measure;
 };
 
@@ -28,16 +30,17 @@ public:
   /// Throws `AccessDirectory::Failure` when the directory cannot be opened.
   explicit RequestHandler(const HandlerContext& context);
 
-  Body OnHead(const Request& /*request*/) override { return Body::Ignore; }
-  std::size_t BodyLimit(const Request& /*request*/) override { return 0; }
+  Body OnHead(Request& request) override;
+  std::size_t BodyLimit(const Request& request) override { return m_Administration.BodyLimit(request); }
   void BeginGroup() override { m_Judge.BeginGroup(); }
-  Response Handle(const Request& request) override;
+  std::optional<Response> Handle(Request& request, const Deferral& defer) override;
   void OnRefused(unsigned status, const Peer& peer) override { m_AccessLog.WriteRefused(status, peer); }
   void OnTick() override;
 
 private:
   DecisionContext& m_Decisions;
   AccessLog& m_AccessLog;
+  Administration& m_Administration;
   Judge m_Judge;
   EndpointContext m_Endpoints;
 };

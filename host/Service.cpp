@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "directory/Failure.h"
+#include "directory/Log.h"
 #include "host/RequestHandler.h"
 #include "host/ServiceManager.h"
 #include "host/decision/watch/CallWatch.h"
@@ -36,7 +37,8 @@ constexpr std::chrono::milliseconds GoneTime(1000);
 class ServiceLog {
 public:
   explicit ServiceLog(Tarn::LogType_t least)
-      : m_Previous(Tarn::SetDefaultLogSink(nullptr)), m_Filter(Tarn::DefaultLogSink(), least), m_Watched(&m_Filter) {
+      : m_Previous(Tarn::SetDefaultLogSink(nullptr)), m_Filter(Tarn::DefaultLogSink(), least), m_Sorted(&m_Filter),
+        m_Watched(&m_Sorted) {
     Tarn::SetDefaultLogDebug(true); // the filter decides
     Tarn::SetDefaultLogSink(&m_Watched);
   }
@@ -47,6 +49,7 @@ public:
 private:
   Tarn::ILogSink* m_Previous;
   ProgramLog m_Filter;
+  AccessDirectory::LogSink m_Sorted;
   WatchedLog m_Watched;
 };
 
@@ -118,10 +121,20 @@ public:
         m_TargetForm(configuration.target_allows), m_DecisionLog(configuration.log.decisions),
         m_AccessLog(configuration.log.access), m_AdministrationLog(configuration.log.administration, 0),
         m_Decisions(configuration, m_Threads, [&gone] { gone.Ring(); }),
-        m_Handlers{configuration, m_Origins,     m_TargetForm, m_Decisions,
-                   m_Metrics,     m_DecisionLog, m_AccessLog,  [this] { return Measure(); }},
+        m_Handlers{configuration, m_Origins,        m_TargetForm,
+                   m_Decisions,   m_Metrics,        m_DecisionLog,
+                   m_AccessLog,   m_Administration, [this] { return Measure(); }},
         m_Server(SettingsOf(configuration, m_Threads),
-                 [this](unsigned /*thread*/) { return std::make_unique<RequestHandler>(m_Handlers); }) {}
+                 [this](unsigned /*thread*/) { return std::make_unique<RequestHandler>(m_Handlers); }),
+        m_Administration({configuration, m_TargetForm, m_Decisions, m_DecisionLog, m_AdministrationLog,
+                          [this] { return m_Server.Listening(); }},
+                         m_AccessLog) {}
+  ~Service() {
+    m_Server.Stop(); // its threads use the administration, which answers through the server
+    m_Server.Join();
+  }
+  Service(const Service&) = delete;
+  Service& operator=(const Service&) = delete;
 
   void Start() {
     m_Server.Start();
@@ -173,7 +186,8 @@ private:
   LogFile m_AdministrationLog;
   DecisionContext m_Decisions;
   const HandlerContext m_Handlers;
-  Server m_Server; // last: its threads use all of the above
+  Server m_Server;
+  Administration m_Administration;
 };
 
 ServiceEnd RunUntilAsked(Service& service, const Signals& signals, const Alarm& gone, const ServiceManager& manager) {

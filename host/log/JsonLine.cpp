@@ -58,6 +58,12 @@ JsonLine& JsonLine::Text(std::string_view name, std::string_view value) {
   return *this;
 }
 
+JsonLine& JsonLine::Raw(std::string_view name, std::string_view json) {
+  Name(name);
+  m_Line += json;
+  return *this;
+}
+
 JsonLine& JsonLine::Number(std::string_view name, std::uint64_t value) {
   Name(name);
   std::array<char, 20> digits{}; // of the largest value

@@ -19,6 +19,8 @@ public:
   JsonLine& Number(std::string_view name, std::uint64_t value);
   JsonLine& Flag(std::string_view name, bool value);
   JsonLine& Null(std::string_view name);
+  /// JSON in ASCII, on one line.
+  JsonLine& Raw(std::string_view name, std::string_view json);
   /// "2026-01-31T12:00:00.123+00:00", UTC (RFC 3339).
   JsonLine& Time(std::string_view name, std::chrono::system_clock::time_point time);
   /// Members until `Close` belong to an object.

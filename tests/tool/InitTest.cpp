@@ -55,7 +55,7 @@ TEST_F(Init, AtATerminalAsksTwiceWithoutEchoAndOffersTheAdministrators) {
   EXPECT_TRUE(Login("admin", "Zhunter2"));
   EXPECT_FALSE(Login("admin", "hunter2"));
   Run({{{"check", "admin", "DELETE", "/access/users/7"}, 0, "allowed\n", ""},
-       {{"check", "admin", "GET", "/access/usersettings"}, 1, "refused\n", ""}});
+       {{"check", "admin", "GET", "/accessories"}, 1, "refused\n", ""}});
 }
 
 TEST_F(Init, CancelledLeavesNoFileAndTheEchoOn) {

@@ -26,7 +26,7 @@ namespace Tool {
 namespace {
 
 constexpr const char* AdministratorsName = "Administrators";
-constexpr const char* AdministrationPattern = "^/access/(users|groups|filters|batch)([/?]|$)";
+constexpr const char* AdministrationPattern = "^/access/";
 constexpr std::size_t DateTextBytes = 64;
 
 struct InitOptions {

@@ -1,0 +1,17 @@
+#pragma once
+
+#include "directory/credential/Credential.h"
+#include "host/administration/Call.h"
+
+namespace Host {
+
+/// The one credential that the body names: a password, a certificate or a thumbprint. Refuses with 400.
+AccessDirectory::Credential CredentialOf(const Call& call);
+
+/// Refuses with 409 a certificate by which another user is known: his rights would be used, or taken away.
+void RequireOwnThumbprint(Call& call, const AccessDirectory::Credential& credential, const std::string& user_id);
+
+/// Replaces a user's credential in one step; honours `If-Match`.
+void StoreCredential(Call& call, const std::string& user_id, const AccessDirectory::Credential& credential);
+
+} // namespace Host
