@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <functional>
-#include <map>
+#include <limits>
 #include <numeric>
-#include <set>
-#include <unordered_map>
+
+#include "Beginning.h"
 
 namespace Perenna::Pattern {
 
@@ -17,6 +17,7 @@ constexpr double StateSeconds = 4e-6;
 constexpr double GroupSeconds = 4e-6;
 constexpr double NodeSeconds = 30e-9;
 constexpr double ListedSeconds = 0.7e-9;
+constexpr double PassedSeconds = 1.6e-9;
 constexpr double StateBytes = 2600;
 constexpr double GroupBytes = 300;
 constexpr double NodeBytes = 12;
@@ -26,13 +27,12 @@ constexpr double ConditionNodeBytes = 36;
 constexpr double StepSeconds = 3e-9;
 constexpr double FarStepSeconds = 50e-9;
 constexpr double FarStates = 30000;
+/// A step to a state that ends a match under a condition, which is looked for among all its nodes.
+constexpr double HaltSeconds = 5e-9;
+constexpr double HaltNodeSeconds = 0.9e-9;
 
-constexpr std::size_t MaximumSteps = 30000000; ///< of a few nanoseconds, to find all states
-constexpr std::size_t MaximumBuckets = 1U << 17U;
-
-bool IsWord(unsigned char byte) {
-  return byte == '_' || (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z');
-}
+constexpr std::size_t MaximumSteps = 22000000; ///< of some nanoseconds, to find all states
+constexpr std::size_t MaximumListed = 2000000;
 
 double SumOfGreatest(std::vector<double>& values, std::size_t count) {
   if (values.size() > count) {
@@ -43,133 +43,227 @@ double SumOfGreatest(std::vector<double>& values, std::size_t count) {
   return std::accumulate(values.begin(), values.end(), 0.0);
 }
 
-std::uint64_t Mixed(std::uint64_t value) {
-  value *= 0x9E3779B97F4A7C15U;
-  return value ^ value >> 29U;
+bool HaveConditions(const Network& network) {
+  for (std::size_t node = 0; node < network.Size(); ++node) {
+    if (network[node].leaf != NoNode && network[network[node].next[0]].lists_conditions) {
+      return true;
+    }
+  }
+  return false;
 }
 
 } // namespace
 
-States::States(const Tree& tree, const Network& network) : m_tree(tree), m_network(network) {
-  m_reached_in.assign(network.Size(), 0);
-  m_taken_in.assign(network.Size(), 0);
-  for (std::size_t node = 0; node < network.Size() && !m_conditions; ++node) {
-    m_conditions = network[node].leaf != NoNode && network[network[node].next[0]].lists_conditions;
+States::States(const Tree& tree, const Network& network)
+    : m_network(network), m_conditions(HaveConditions(network)),
+      m_alphabet(tree, network, m_conditions || network[network.Start()].lists_conditions), m_behind(network.Size()),
+      m_members(network.Size()), m_is_here(m_alphabet.Masks().size(), 0), m_takes(m_alphabet.Masks().size(), 0),
+      m_class_of(m_alphabet.Kinds()), m_next(network.Size()) {
+  std::vector<std::uint32_t> known(network.Size(), NoNode);
+  m_complete = ListFrom(network.Start(), known, m_start);
+  for (std::uint32_t node = 0; node < network.Size() && m_complete; ++node) {
+    m_complete = network[node].leaf == NoNode || ListFrom(network[node].next[0], known, m_behind[node]);
   }
-  DivideBytes();
-  MakeMasks();
-  bool newline =
-      std::any_of(m_masks.begin(), m_masks.end(), [&](const Mask& mask) { return mask.test(m_kind_of['\n']); });
-  for (const Context context : {Context::Other, Context::Word}) {
-    ++m_round;
-    Reach(network.Start(), context);
-    newline = newline || std::any_of(m_reached.begin(), m_reached.end(),
-                                     [&](std::uint32_t node) { return network[node].consumes; });
-    m_reached.clear();
-  }
-  m_anchored = !newline;
+  m_distance = DistanceOfMatches(tree, network, m_alphabet);
+  KeepByContext();
+  FindAnchor();
 }
 
-void States::DivideBytes() {
-  std::vector<CharacterSet> sets{CharacterSet().set('\n')};
-  if (m_network[m_network.Start()].lists_conditions || m_conditions) {
-    CharacterSet word;
-    for (std::size_t byte = 0; byte < word.size(); ++byte) {
-      word.set(byte, IsWord(static_cast<unsigned char>(byte)));
-    }
-    sets.push_back(word);
+/// Lists what can be reached from a node without matching a byte. False when there is too much.
+bool States::ListFrom(std::uint32_t node, std::vector<std::uint32_t>& known, List& list) {
+  list = {known[node], m_network[node].listed, m_network[node].lowest};
+  if (known[node] != NoNode) {
+    return true;
   }
-  CharacterSet literals;
-  for (NodeIndex index = 0; index < m_tree.Size(); ++index) {
-    const Node& node = m_tree[index];
-    if (node.kind == Kind::Literal && !literals.test(node.byte)) {
-      literals.set(node.byte);
-      sets.push_back(m_tree.Characters(node));
-    } else if (node.kind == Kind::Set) {
-      sets.push_back(m_tree.Characters(node));
-    }
-  }
-  std::size_t kinds = 1;
-  for (const CharacterSet& set : sets) {
-    if (kinds == m_kind_of.size()) {
-      break;
-    }
-    // The bytes of a kind that are in the set become a kind of their own, unless all are.
-    std::array<std::uint16_t, 256> inside{};
-    std::array<std::uint16_t, 256> all{};
-    for (std::size_t byte = 0; byte < m_kind_of.size(); ++byte) {
-      ++all[m_kind_of[byte]];
-      inside[m_kind_of[byte]] = static_cast<std::uint16_t>(inside[m_kind_of[byte]] + (set[byte] ? 1 : 0));
-    }
-    std::array<std::uint8_t, 256> becomes{};
-    const std::size_t before = kinds;
-    for (std::size_t kind = 0; kind < before; ++kind) {
-      becomes[kind] = static_cast<std::uint8_t>(inside[kind] > 0 && inside[kind] < all[kind] ? kinds++ : kind);
-    }
-    for (std::size_t byte = 0; byte < m_kind_of.size(); ++byte) {
-      m_kind_of[byte] = set[byte] ? becomes[m_kind_of[byte]] : m_kind_of[byte];
-    }
-  }
-  m_representative.resize(kinds);
-  for (std::size_t byte = m_kind_of.size(); byte-- > 0;) {
-    m_representative[m_kind_of[byte]] = static_cast<unsigned char>(byte);
-  }
-}
-
-bool States::Accepts(const Network::Node& node, std::size_t kind) const {
-  const unsigned char byte = m_representative[kind];
-  if (node.leaf == NoNode || (node.conditions & Condition::AtTextEnd) != 0 ||
-      ((node.conditions & Condition::BeforeNewline) != 0 && byte != '\n') ||
-      ((node.conditions & Condition::BeforeWord) != 0 && !IsWord(byte)) ||
-      ((node.conditions & Condition::BeforeNoWord) != 0 && IsWord(byte))) {
+  list.begin = known[node] = static_cast<std::uint32_t>(m_listed.size());
+  if (list.begin + list.size > MaximumListed) {
     return false;
   }
-  const Node& leaf = m_tree[node.leaf];
-  return leaf.kind == Kind::Literal ? leaf.byte == byte : m_tree.Characters(leaf).test(byte);
+  m_next.Clear();
+  m_next.Insert(node);
+  m_listed.push_back(node);
+  for (std::size_t place = list.begin; place < m_listed.size(); ++place) {
+    const Network::Node& reached = m_network[m_listed[place]];
+    for (std::uint8_t way = 0; way < reached.ways; ++way) {
+      if (m_next.Insert(reached.next[way])) {
+        m_listed.push_back(reached.next[way]);
+      }
+    }
+  }
+  return true;
 }
 
-void States::MakeMasks() {
-  // Nodes of one leaf with the same conditions have the same mask.
-  std::map<std::pair<NodeIndex, std::uint8_t>, std::uint32_t> known;
-  std::unordered_map<Mask, std::uint32_t> indices;
-  m_mask_of.assign(m_network.Size(), NoNode);
-  for (std::size_t index = 0; index < m_network.Size(); ++index) {
-    const Network::Node& node = m_network[index];
-    if (node.leaf == NoNode) {
+void States::KeepByContext() {
+  for (std::size_t place = 0; place < Contexts; ++place) {
+    const auto context = static_cast<Context>(place);
+    std::uint8_t broken = context == Context::Word ? Condition::AfterNoWord : Condition::AfterWord;
+    if (context != Context::Newline && context != Context::TextBegin) {
+      broken |= Condition::AfterNewline;
+    }
+    if (context != Context::TextBegin) {
+      broken |= Condition::AtTextBegin;
+    }
+    m_kept[place].assign(m_network.Size() / 64 + 1, 0);
+    for (std::size_t node = 0; node < m_network.Size(); ++node) {
+      const bool kept = (m_network[node].conditions & broken) == 0;
+      m_kept[place][node / 64] |= std::uint64_t{kept} << node % 64;
+    }
+  }
+}
+
+void States::FindAnchor() {
+  if (!m_complete) {
+    return;
+  }
+  const std::size_t newline = m_alphabet.KindOf('\n');
+  m_anchored = std::none_of(m_alphabet.Masks().begin(), m_alphabet.Masks().end(),
+                            [&](const Alphabet::Mask& mask) { return mask.test(newline); });
+  for (std::size_t place = m_start.begin; place < m_start.begin + m_start.size; ++place) {
+    const std::uint32_t node = m_listed[place];
+    for (const Context context : {Context::Other, Context::Word}) {
+      const bool kept = (m_kept[static_cast<std::size_t>(context)][node / 64] >> node % 64 & 1U) != 0;
+      m_anchored = m_anchored && !(kept && m_network[node].consumes);
+    }
+  }
+}
+
+void States::Merge(const List& list) {
+  const std::uint32_t* const begin = m_listed.data() + list.begin;
+  m_next.Merge(begin, begin + list.size, list.lowest);
+}
+
+Context States::ContextOf(std::size_t kind) const {
+  const unsigned char byte = m_alphabet.Representative(kind);
+  return !m_conditions      ? Context::Other
+         : byte == '\n'     ? Context::Newline
+         : IsWordByte(byte) ? Context::Word
+                            : Context::Other;
+}
+
+/// Whether a match that comes to the node ends, if its conditions hold.
+bool States::Halts(std::uint32_t node) const {
+  return m_network[node].consumes && m_network[node].leaf == NoNode && m_network[node].conditions != 0;
+}
+
+void States::TakeMember(std::uint32_t node) {
+  const std::uint32_t mask = m_alphabet.MaskOf(node);
+  if (mask != NoNode) {
+    m_members[m_member_count++] = {node, mask};
+    if (m_is_here[mask] == 0) {
+      m_is_here[mask] = 1;
+      m_masks_here.push_back(mask);
+    }
+  }
+}
+
+/// Kinds of bytes that all members take or refuse alike lead to the same nodes: they are of one class.
+void States::DivideKinds() {
+  const std::size_t kinds = m_class_of.size();
+  std::fill(m_class_of.begin(), m_class_of.end(), 0);
+  m_classes = 1;
+  for (const std::uint32_t mask : m_masks_here) {
+    if (m_classes == kinds) {
+      break;
+    }
+    std::array<std::array<std::uint16_t, 2>, 256> becomes{};
+    const std::size_t before = m_classes;
+    m_classes = 0;
+    for (std::size_t kind = 0; kind < kinds; ++kind) {
+      std::uint16_t& next = becomes[m_class_of[kind]][m_alphabet.Masks()[mask].test(kind) ? 1 : 0];
+      if (next == 0) {
+        next = static_cast<std::uint16_t>(++m_classes);
+      }
+      m_class_of[kind] = static_cast<std::uint16_t>(next - 1);
+    }
+    m_steps += (before + kinds) / 8 + 1;
+  }
+}
+
+/// Counts what it takes to make the table of the states that follow `m_members`; with `follow`, finds these states.
+/// False when there are too many.
+bool States::Leave(bool follow, Needs& needs) {
+  const double factor = m_conditions ? ConditionFactor : 1;
+  needs.seconds += StateSeconds * factor;
+  needs.bytes += StateBytes * factor;
+  DivideKinds();
+  for (std::size_t index = 0; index < m_classes; ++index) {
+    unsigned contexts = 0;
+    bool any = false;
+    for (std::size_t kind = 0; kind < m_class_of.size(); ++kind) {
+      if (m_class_of[kind] != index) {
+        continue;
+      }
+      for (std::size_t place = 0; place < m_masks_here.size() && contexts == 0; ++place) {
+        const std::uint32_t mask = m_masks_here[place];
+        m_takes[mask] = m_alphabet.Masks()[mask].test(kind) ? 1 : 0;
+        any = any || m_takes[mask] != 0;
+      }
+      contexts |= 1U << static_cast<unsigned>(ContextOf(kind));
+    }
+    if (!any) {
       continue;
     }
-    const auto found = known.emplace(std::make_pair(node.leaf, node.conditions), 0);
-    if (found.second) {
-      Mask mask;
-      for (std::size_t kind = 0; kind < m_representative.size(); ++kind) {
-        mask.set(kind, Accepts(node, kind));
+    m_next.Clear();
+    std::size_t accepted = 0;
+    std::size_t listed = 0;
+    for (std::size_t place = 0; place < m_member_count; ++place) {
+      if (m_takes[m_members[place].mask] != 0) {
+        const List& list = m_behind[m_members[place].node];
+        Merge(list);
+        listed += list.size;
+        ++accepted;
       }
-      const auto same = indices.emplace(mask, static_cast<std::uint32_t>(m_masks.size()));
-      if (same.second) {
-        m_masks.push_back(mask);
-      }
-      found.first->second = same.first->second;
     }
-    m_mask_of[index] = found.first->second;
+    needs.seconds += factor * (GroupSeconds + static_cast<double>(accepted) * NodeSeconds +
+                               static_cast<double>(listed) * ListedSeconds) +
+                     static_cast<double>(m_next.Passed()) * PassedSeconds;
+    needs.bytes +=
+        factor * GroupBytes + static_cast<double>(m_next.Size()) * (m_conditions ? ConditionNodeBytes : NodeBytes);
+    m_steps += m_class_of.size() / 8 + m_member_count / 2 + listed + m_next.Looks();
+    for (std::size_t context = 0; follow && context < Contexts; ++context) {
+      if ((contexts >> context & 1U) == 0) {
+        continue;
+      }
+      const std::uint32_t state = m_states.Add(m_next, m_kept[context], static_cast<Context>(context));
+      if (state == NoState) {
+        return false;
+      }
+      m_walks.AddWay(state);
+    }
   }
+  for (const std::uint32_t mask : m_masks_here) {
+    m_is_here[mask] = 0;
+  }
+  m_masks_here.clear();
+  m_member_count = 0;
+  return m_steps <= MaximumSteps;
+}
+
+/// How often a match can begin in a text and go on for longer than what each match begins with.
+double States::Starts(std::size_t bytes) const {
+  return m_anchored ? 1 : static_cast<double>(bytes / m_distance + 1);
 }
 
 double States::Steps(std::size_t bytes, std::size_t longest) const {
   const auto length = static_cast<double>(bytes);
-  return m_anchored ? length : length * std::min(length / 2, static_cast<double>(longest) + 1);
+  return m_anchored ? length : Starts(bytes) * std::min(length / 2, static_cast<double>(longest) + 1);
 }
 
-Needs States::Bound(std::size_t bytes, std::size_t longest) const {
-  std::size_t accepted = 0;
-  std::size_t listed = 0;
-  std::size_t consuming = 0;
-  for (std::size_t index = 0; index < m_network.Size(); ++index) {
-    if (m_mask_of[index] != NoNode) {
-      const std::size_t kinds = m_masks[m_mask_of[index]].count();
-      accepted += kinds;
-      listed += kinds * m_network[m_network[index].next[0]].listed;
-      ++consuming;
-    }
+Needs States::Bound(std::size_t bytes, std::size_t longest) {
+  constexpr double Infinite = std::numeric_limits<double>::infinity();
+  if (!m_complete) {
+    return {Infinite, Infinite};
+  }
+  // As if all states were the one of all nodes.
+  bool halts = false;
+  for (std::uint32_t node = 0; node < m_network.Size(); ++node) {
+    TakeMember(node);
+    halts = halts || Halts(node);
+  }
+  const std::size_t consuming = m_member_count;
+  Needs needs;
+  if (!Leave(false, needs)) {
+    return {Infinite, Infinite};
   }
   const double steps = Steps(bytes, longest);
   // A match that begins once goes through no more states than it is long.
@@ -178,185 +272,56 @@ Needs States::Bound(std::size_t bytes, std::size_t longest) const {
   if (consuming <= FewNodes && !m_conditions) {
     states = std::min(states, static_cast<double>(1U << consuming));
   }
-  const double factor = m_conditions ? ConditionFactor : 1;
-  const double groups = static_cast<double>(std::min(accepted, m_representative.size()));
-  Needs needs;
-  needs.seconds = states * factor *
-                      (StateSeconds + groups * GroupSeconds + static_cast<double>(accepted) * NodeSeconds +
-                       static_cast<double>(listed) * ListedSeconds) +
-                  steps * (StepSeconds + FarStepSeconds * std::min(1.0, states / FarStates));
-  needs.bytes = states * factor * (StateBytes + groups * GroupBytes) +
-                states * static_cast<double>(listed) * (m_conditions ? ConditionNodeBytes : NodeBytes);
+  const double halt = halts ? HaltSeconds + static_cast<double>(m_network.Size()) * HaltNodeSeconds : 0;
+  needs.seconds =
+      needs.seconds * states + steps * (halt + StepSeconds + FarStepSeconds * std::min(1.0, states / FarStates));
+  needs.bytes *= states;
   return needs;
 }
 
-/// Adds to `m_reached` what can be reached from a node without matching a byte, where its conditions hold.
-void States::Reach(std::uint32_t start, Context context) {
-  if (m_reached_in[start] == m_round) {
-    return;
-  }
-  m_reached_in[start] = m_round;
-  const std::size_t first = m_reached.size();
-  std::uint8_t broken = context == Context::Word ? Condition::AfterNoWord : Condition::AfterWord;
-  if (context != Context::Newline && context != Context::TextBegin) {
-    broken |= Condition::AfterNewline;
-  }
-  if (context != Context::TextBegin) {
-    broken |= Condition::AtTextBegin;
-  }
-  m_reached.push_back(start);
-  for (std::size_t place = first; place < m_reached.size(); ++place) {
-    const Network::Node& node = m_network[m_reached[place]];
-    for (std::uint8_t way = 0; way < node.ways; ++way) {
-      if (m_reached_in[node.next[way]] != m_round) {
-        m_reached_in[node.next[way]] = m_round;
-        m_reached.push_back(node.next[way]);
-      }
-    }
-  }
-  m_steps += m_reached.size() - first;
-  const auto kept = std::remove_if(m_reached.begin() + static_cast<std::ptrdiff_t>(first), m_reached.end(),
-                                   [&](std::uint32_t node) { return (m_network[node].conditions & broken) != 0; });
-  m_reached.erase(kept, m_reached.end());
-}
-
-/// Makes a state of what was reached, unless there is one. False when there are too many.
-bool States::TakeReached(Context context) {
-  if (!m_conditions) {
-    context = Context::Other;
-  }
-  // States are sets: the order in which their members were reached must not tell them apart.
-  std::uint64_t hash = Mixed(static_cast<std::uint64_t>(context));
-  for (const std::uint32_t node : m_reached) {
-    hash += Mixed(node + 4U);
-    m_taken_in[node] = m_round;
-  }
-  const std::size_t mask = m_buckets.size() - 1;
-  std::size_t bucket = hash & mask;
-  for (; m_buckets[bucket] != NoNode; bucket = (bucket + 1) & mask) {
-    const State& state = m_states[m_buckets[bucket]];
-    if (state.hash == hash && state.context == context && state.size == m_reached.size() &&
-        std::all_of(m_members.begin() + static_cast<std::ptrdiff_t>(state.begin),
-                    m_members.begin() + static_cast<std::ptrdiff_t>(state.begin + state.size),
-                    [&](std::uint32_t node) { return m_taken_in[node] == m_round; })) {
-      m_reached.clear();
-      return true;
-    }
-  }
-  if (m_states.size() >= MaximumBuckets / 2) {
+bool States::Explore(std::size_t bytes, std::size_t longest, const Needs& limit, Needs& needs) {
+  if (!m_complete) {
     return false;
   }
-  m_buckets[bucket] = static_cast<std::uint32_t>(m_states.size());
-  m_states.push_back({m_members.size(), m_reached.size(), hash, context});
-  m_members.insert(m_members.end(), m_reached.begin(), m_reached.end());
-  m_reached.clear();
-  if (2 * m_states.size() > m_buckets.size()) {
-    m_buckets.assign(4 * m_buckets.size(), NoNode);
-    for (std::size_t index = 0; index < m_states.size(); ++index) {
-      std::size_t place = m_states[index].hash & (m_buckets.size() - 1);
-      while (m_buckets[place] != NoNode) {
-        place = (place + 1) & (m_buckets.size() - 1);
-      }
-      m_buckets[place] = static_cast<std::uint32_t>(index);
-    }
-  }
-  return true;
-}
-
-/// Finds the states that follow one, and adds what making them needs.
-bool States::Leave(std::size_t index, Needs& needs) {
-  const State state = m_states[index];
-  // The members by what they accept.
-  std::vector<std::uint32_t> masks;
-  std::vector<std::vector<std::uint32_t>> accepting;
-  for (std::size_t member = state.begin; member < state.begin + state.size; ++member) {
-    const std::uint32_t node = m_members[member];
-    if (m_mask_of[node] != NoNode) {
-      const auto place =
-          static_cast<std::size_t>(std::find(masks.begin(), masks.end(), m_mask_of[node]) - masks.begin());
-      if (place == masks.size()) {
-        masks.push_back(m_mask_of[node]);
-        accepting.emplace_back();
-      }
-      m_steps += masks.size() / 4;
-      accepting[place].push_back(node);
-    }
-  }
-  m_steps += state.size / 2;
-  needs.seconds += StateSeconds * (m_conditions ? ConditionFactor : 1);
-  needs.bytes += StateBytes * (m_conditions ? ConditionFactor : 1);
-  std::set<std::pair<std::vector<std::size_t>, Context>> groups;
-  std::set<std::vector<std::size_t>> counted;
-  for (std::size_t kind = 0; kind < m_representative.size(); ++kind) {
-    const unsigned char byte = m_representative[kind];
-    const Context context = !m_conditions  ? Context::Other
-                            : byte == '\n' ? Context::Newline
-                            : IsWord(byte) ? Context::Word
-                                           : Context::Other;
-    std::vector<std::size_t> group;
-    for (std::size_t place = 0; place < masks.size(); ++place) {
-      if (m_masks[masks[place]].test(kind)) {
-        group.push_back(place);
-      }
-    }
-    m_steps += masks.size() + 1;
-    if (group.empty() || !groups.emplace(group, context).second) {
-      continue;
-    }
-    ++m_round;
-    double accepted = 0;
-    double listed = 0;
-    for (const std::size_t place : group) {
-      for (const std::uint32_t node : accepting[place]) {
-        Reach(m_network[node].next[0], context);
-        listed += m_network[m_network[node].next[0]].listed;
-      }
-      accepted += static_cast<double>(accepting[place].size());
-    }
-    const auto reached = static_cast<double>(m_reached.size());
-    if (!TakeReached(context)) {
-      return false;
-    }
-    // The first time it counts for all contexts.
-    if (counted.insert(group).second) {
-      const double factor = m_conditions ? ConditionFactor : 1;
-      needs.seconds += factor * (GroupSeconds + accepted * NodeSeconds + listed * ListedSeconds);
-      needs.bytes += factor * GroupBytes + reached * (m_conditions ? ConditionNodeBytes : NodeBytes);
-    }
-  }
-  return m_steps <= MaximumSteps;
-}
-
-bool States::Explore(std::size_t bytes, std::size_t longest, const Needs& limit, Needs& needs) {
-  constexpr std::size_t FirstBuckets = 256;
-  m_buckets.assign(FirstBuckets, NoNode);
-  for (const Context context : {Context::Other, Context::Word, Context::Newline, Context::TextBegin}) {
-    ++m_round;
-    Reach(m_network.Start(), context);
-    if (!TakeReached(context)) {
+  for (std::size_t context = 0; context < Contexts; ++context) {
+    m_next.Clear();
+    Merge(m_start);
+    const Context kept = m_conditions ? static_cast<Context>(context) : Context::Other;
+    if (m_states.Add(m_next, m_kept[context], kept) == NoState) {
       return false;
     }
   }
   // A match that begins once goes through no more states than it is long: the costliest, for all that is known.
-  const std::size_t most = m_anchored ? std::min(bytes, longest) + 1 : MaximumBuckets;
+  const std::size_t most = m_anchored ? std::min(bytes, longest) + 1 : SIZE_MAX;
   std::vector<double> seconds;
   std::vector<double> memory;
-  for (std::size_t state = 0; state < m_states.size(); ++state) {
+  for (std::size_t index = 0; index < m_states.Size(); ++index) {
+    std::size_t size = 0;
+    bool halts = false;
+    m_states.ForEachNode(m_states[index], [&](std::uint32_t node) {
+      TakeMember(node);
+      halts = halts || Halts(node);
+      ++size;
+    });
+    m_steps += size / 2;
+    m_walks.AddState(halts ? HaltSeconds + static_cast<double>(size) * HaltNodeSeconds : 0);
     Needs one;
-    if (!Leave(state, one)) {
+    if (!Leave(true, one)) {
       return false;
     }
     seconds.push_back(one.seconds);
     memory.push_back(one.bytes);
     needs.seconds += one.seconds;
     needs.bytes += one.bytes;
-    if (state < most && (needs.seconds > limit.seconds || needs.bytes > limit.bytes)) {
+    if (index < most && (needs.seconds > limit.seconds || needs.bytes > limit.bytes)) {
       return false;
     }
   }
-  const auto states = static_cast<double>(m_states.size());
-  needs.seconds = SumOfGreatest(seconds, most) +
-                  Steps(bytes, longest) * (StepSeconds + FarStepSeconds * std::min(1.0, states / FarStates));
+  const auto states = static_cast<double>(m_states.Size());
+  const double steps = Steps(bytes, longest);
+  const Walks::Costs halting = m_walks.Costliest();
+  needs.seconds = SumOfGreatest(seconds, most) + Starts(bytes) * halting.once +
+                  steps * (halting.a_step + StepSeconds + FarStepSeconds * std::min(1.0, states / FarStates));
   needs.bytes = SumOfGreatest(memory, most);
   return needs.seconds <= limit.seconds && needs.bytes <= limit.bytes;
 }

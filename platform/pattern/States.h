@@ -1,13 +1,16 @@
 #pragma once
 
 #include <array>
-#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
+#include "Alphabet.h"
 #include "Network.h"
+#include "NodeSet.h"
+#include "StateTable.h"
 #include "Tree.h"
+#include "Walks.h"
 
 namespace Perenna::Pattern {
 
@@ -25,51 +28,64 @@ public:
   /// Whether a match can begin at a line's begin only, and ends before the next one.
   bool Anchored() const noexcept { return m_anchored; }
 
-  /// More than any text of `bytes` bytes can need, from the network's size alone. `longest` is the longest match.
-  Needs Bound(std::size_t bytes, std::size_t longest) const;
+  /// More than any text of `bytes` bytes can need, from the network alone. `longest` is the longest match.
+  Needs Bound(std::size_t bytes, std::size_t longest);
 
   /// Finds all states. False when there are too many, or a text that goes through them all needs more than `limit`;
   /// `needs` is otherwise what such a text of `bytes` bytes needs.
   bool Explore(std::size_t bytes, std::size_t longest, const Needs& limit, Needs& needs);
 
 private:
-  enum class Context : std::uint8_t { Other, Word, Newline, TextBegin };
-
-  struct State {
-    std::size_t begin = 0; ///< in `m_members`
-    std::size_t size = 0;
-    std::uint64_t hash = 0;
-    Context context = Context::Other;
+  struct Member {
+    std::uint32_t node;
+    std::uint32_t mask;
   };
 
-  void DivideBytes();
-  void MakeMasks();
-  bool Accepts(const Network::Node& node, std::size_t kind) const;
-  void Reach(std::uint32_t start, Context context);
-  bool TakeReached(Context context);
-  bool Leave(std::size_t index, Needs& needs);
+  /// Of nodes that can be reached without matching a byte: a part of `m_listed`.
+  struct List {
+    std::uint32_t begin = 0;
+    std::uint32_t size = 0;
+    std::uint32_t lowest = 0;
+  };
+
+  bool ListFrom(std::uint32_t node, std::vector<std::uint32_t>& known, List& list);
+  void FindAnchor();
+  void KeepByContext();
+  void Merge(const List& list);
+  Context ContextOf(std::size_t kind) const;
+  bool Halts(std::uint32_t node) const;
+
+  void TakeMember(std::uint32_t node);
+  void DivideKinds();
+  bool Leave(bool follow, Needs& needs);
+  double Starts(std::size_t bytes) const;
   double Steps(std::size_t bytes, std::size_t longest) const;
 
-  const Tree& m_tree;
   const Network& m_network;
-  bool m_conditions = false; ///< whether any node behind a first byte has some
+  std::size_t m_distance = 1; ///< of the places where matches begin
+  bool m_conditions;          ///< whether any node behind a first byte has some
+  Alphabet m_alphabet;
   bool m_anchored = false;
+  bool m_complete = true;
   std::size_t m_steps = 0;
 
-  std::array<std::uint8_t, 256> m_kind_of{};   ///< of a byte; bytes that no node tells apart are of one kind
-  std::vector<unsigned char> m_representative; ///< of a kind
+  std::vector<std::uint32_t> m_listed;
+  List m_start;
+  std::vector<List> m_behind;                              ///< for each node that matches a byte
+  std::array<std::vector<std::uint64_t>, Contexts> m_kept; ///< bits: nodes whose conditions a context does not break
 
-  using Mask = std::bitset<256>;        ///< of kinds
-  std::vector<Mask> m_masks;            ///< the different ones that nodes accept
-  std::vector<std::uint32_t> m_mask_of; ///< for each node, an index of `m_masks`; NoNode: it matches no byte
+  // The state that is left.
+  std::vector<Member> m_members; ///< the first `m_member_count`: its nodes that match a byte
+  std::size_t m_member_count = 0;
+  std::vector<std::uint32_t> m_masks_here; ///< of the members
+  std::vector<std::uint8_t> m_is_here;     ///< for each mask, whether it is in `m_masks_here`
+  std::vector<std::uint8_t> m_takes;       ///< for each mask, whether it takes the class of bytes that is looked at
+  std::vector<std::uint16_t> m_class_of;   ///< of each kind: those that the members tell apart
+  std::size_t m_classes = 0;
 
-  std::vector<std::uint32_t> m_members;
-  std::vector<State> m_states;
-  std::vector<std::uint32_t> m_buckets; ///< an open hash table of indices of `m_states`
-  std::vector<std::uint32_t> m_reached;
-  std::vector<std::uint32_t> m_reached_in; ///< for each node, the last `m_round` that reached it
-  std::vector<std::uint32_t> m_taken_in;   ///< likewise, of those whose conditions hold
-  std::uint32_t m_round = 0;
+  NodeSet m_next;
+  StateTable m_states;
+  Walks m_walks; ///< what they cost for ending matches under conditions
 };
 
 } // namespace Perenna::Pattern

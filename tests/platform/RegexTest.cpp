@@ -91,6 +91,8 @@ TEST(RegularExpressions, RuinousOnesAreNotCompiled) {
       {"(" + Repeat("(a*|b*)", 24) + ")*", passed},
       {".*a(^a|b){37}z", ways}, // taken for "(a|b)" from the second on
       {".*a.{4000}b", ways},
+      {"^[^a][ab]((\\w|)(b){7,739}\\w?)+$", ways}, // merges many lists below many nodes
+      {"[ab]{1,1000}$", ways},                     // looks for "$" among 1,000 nodes at each byte
       {"(a|c)*a(a|c){2900}b", ways},
       {"((..)*|(...)*|(.....)*|(.......)*|(...........)*)[ab]*a............c", ways},
       {"(|)(\\1\\1)*", repeated}, // overruns the stack
