@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <string>
 
-#include "ExpandedSizes.h"
-#include "Network.h"
+#include "platform/pattern/network/ExpandedSizes.h"
+#include "platform/pattern/network/Network.h"
 #include "References.h"
-#include "States.h"
+#include "platform/pattern/states/States.h"
 #include "Tree.h"
 
 namespace Perenna::Pattern {

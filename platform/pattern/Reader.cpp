@@ -1,21 +1,16 @@
 #include <algorithm>
-#include <array>
 
 #include "BracketList.h"
+#include "Bounds.h"
+#include "Escapes.h"
 #include "Tree.h"
 
 namespace Perenna::Pattern {
 
 namespace {
 
-constexpr std::uint32_t MaximumBound = 0x7FFF; // RE_DUP_MAX of the C library
-
 bool IsRepetition(char byte) {
   return byte == '*' || byte == '+' || byte == '?' || byte == '{';
-}
-
-CharacterSet WordCharacters() {
-  return CharacterClass("alnum").value_or(CharacterSet()).set('_');
 }
 
 } // namespace
@@ -174,27 +169,14 @@ private:
       ReadReference(begin, static_cast<std::uint32_t>(byte - '0'));
       return;
     }
-    struct Condition {
-      char byte;
-      Assertion assertion;
-    };
-    static constexpr Condition Conditions[] = {{'b', Assertion::WordBoundary}, {'B', Assertion::NotWordBoundary},
-                                               {'<', Assertion::WordBegin},    {'>', Assertion::WordEnd},
-                                               {'`', Assertion::TextBegin},    {'\'', Assertion::TextEnd}};
-    for (const Condition& condition : Conditions) {
-      if (condition.byte == byte) {
-        ++m_position;
-        AddAssertion(begin, condition.assertion);
-        return;
-      }
-    }
-    if (byte == 'w' || byte == 'W' || byte == 's' || byte == 'S') {
+    if (const auto assertion = EscapedAssertion(byte)) {
       ++m_position;
-      CharacterSet set = byte == 'w' || byte == 'W' ? WordCharacters() : *CharacterClass("space");
-      if (byte == 'W' || byte == 'S') {
-        set.flip().reset(0);
-      }
-      AddSet(begin, set);
+      AddAssertion(begin, *assertion);
+      return;
+    }
+    if (const auto set = EscapedSet(byte)) {
+      ++m_position;
+      AddSet(begin, *set);
       return;
     }
     ReadLiteral(begin, byte);
@@ -279,7 +261,7 @@ private:
     while (IsRepetition(Peek()) && m_tree.m_fault == Fault::None) {
       std::uint32_t minimum = Peek() == '+' ? 1 : 0;
       std::uint32_t maximum = Peek() == '?' ? 1 : Unbounded;
-      if (Peek() == '{' && !ReadBounds(minimum, maximum)) {
+      if (Peek() == '{' && !ReadBounds(m_text, m_position, minimum, maximum)) {
         Fail(Fault::Malformed);
         break;
       }
@@ -292,46 +274,6 @@ private:
       node = repetition;
     }
     m_items.push_back(node);
-  }
-
-  /// "{n}", "{n,}", "{,m}" or "{n,m}"; stops at the "}".
-  bool ReadBounds(std::uint32_t& minimum, std::uint32_t& maximum) {
-    ++m_position;
-    bool any = ReadNumber(minimum);
-    maximum = minimum;
-    if (TakeInBounds(',')) {
-      any = true;
-      if (!ReadNumber(maximum)) {
-        maximum = Unbounded;
-      }
-    }
-    return any && Peek() == '}' && minimum <= maximum && minimum <= MaximumBound &&
-           (maximum == Unbounded || maximum <= MaximumBound);
-  }
-
-  bool ReadNumber(std::uint32_t& number) {
-    number = 0;
-    for (bool any = false;; any = true) {
-      char digit = '0';
-      while (digit <= '9' && !TakeInBounds(digit)) {
-        ++digit;
-      }
-      if (digit > '9') {
-        return any;
-      }
-      number = std::min(number * 10 + static_cast<std::uint32_t>(digit - '0'), MaximumBound + 1);
-    }
-  }
-
-  /// The C library takes an escaped "0" or "," between braces for a plain one.
-  bool TakeInBounds(char byte) {
-    const bool escaped = Peek() == '\\' && (byte == '0' || byte == ',');
-    const std::size_t at = m_position + (escaped ? 1 : 0);
-    if (at >= m_text.size() || m_text[at] != byte) {
-      return false;
-    }
-    m_position = at + 1;
-    return true;
   }
 
   std::string_view m_text;

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "ExpandedSizes.h"
+#include "platform/pattern/network/ExpandedSizes.h"
 
 namespace Perenna::Pattern {
 

@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "Network.h"
-#include "Tree.h"
+#include "platform/pattern/network/Network.h"
+#include "platform/pattern/Tree.h"
 
 namespace Perenna::Pattern {
 

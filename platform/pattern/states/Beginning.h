@@ -3,8 +3,8 @@
 #include <cstddef>
 
 #include "Alphabet.h"
-#include "Network.h"
-#include "Tree.h"
+#include "platform/pattern/network/Network.h"
+#include "platform/pattern/Tree.h"
 
 namespace Perenna::Pattern {
 

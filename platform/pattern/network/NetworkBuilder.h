@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "Network.h"
-#include "Tree.h"
+#include "platform/pattern/Tree.h"
 
 namespace Perenna::Pattern {
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "Tree.h"
+#include "platform/pattern/Tree.h"
 
 namespace Perenna::Pattern {
 

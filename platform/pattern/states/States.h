@@ -1,15 +1,15 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
 #include "Alphabet.h"
-#include "Network.h"
+#include "platform/pattern/network/Network.h"
+#include "NodeLists.h"
 #include "NodeSet.h"
 #include "StateTable.h"
-#include "Tree.h"
+#include "platform/pattern/Tree.h"
 #include "Walks.h"
 
 namespace Perenna::Pattern {
@@ -25,9 +25,6 @@ class States {
 public:
   States(const Tree& tree, const Network& network);
 
-  /// Whether a match can begin at a line's begin only, and ends before the next one.
-  bool Anchored() const noexcept { return m_anchored; }
-
   /// More than any text of `bytes` bytes can need, from the network alone. `longest` is the longest match.
   Needs Bound(std::size_t bytes, std::size_t longest);
 
@@ -41,17 +38,6 @@ private:
     std::uint32_t mask;
   };
 
-  /// Of nodes that can be reached without matching a byte: a part of `m_listed`.
-  struct List {
-    std::uint32_t begin = 0;
-    std::uint32_t size = 0;
-    std::uint32_t lowest = 0;
-  };
-
-  bool ListFrom(std::uint32_t node, std::vector<std::uint32_t>& known, List& list);
-  void FindAnchor();
-  void KeepByContext();
-  void Merge(const List& list);
   Context ContextOf(std::size_t kind) const;
   bool Halts(std::uint32_t node) const;
 
@@ -62,17 +48,11 @@ private:
   double Steps(std::size_t bytes, std::size_t longest) const;
 
   const Network& m_network;
-  std::size_t m_distance = 1; ///< of the places where matches begin
-  bool m_conditions;          ///< whether any node behind a first byte has some
+  bool m_conditions; ///< whether any node behind a first byte has some
   Alphabet m_alphabet;
-  bool m_anchored = false;
-  bool m_complete = true;
+  NodeLists m_lists;
+  std::size_t m_distance; ///< of the places where matches begin
   std::size_t m_steps = 0;
-
-  std::vector<std::uint32_t> m_listed;
-  List m_start;
-  std::vector<List> m_behind;                              ///< for each node that matches a byte
-  std::array<std::vector<std::uint64_t>, Contexts> m_kept; ///< bits: nodes whose conditions a context does not break
 
   // The state that is left.
   std::vector<Member> m_members; ///< the first `m_member_count`: its nodes that match a byte

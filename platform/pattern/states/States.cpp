@@ -32,7 +32,6 @@ constexpr double HaltSeconds = 5e-9;
 constexpr double HaltNodeSeconds = 0.9e-9;
 
 constexpr std::size_t MaximumSteps = 22000000; ///< of some nanoseconds, to find all states
-constexpr std::size_t MaximumListed = 2000000;
 
 double SumOfGreatest(std::vector<double>& values, std::size_t count) {
   if (values.size() > count) {
@@ -56,81 +55,10 @@ bool HaveConditions(const Network& network) {
 
 States::States(const Tree& tree, const Network& network)
     : m_network(network), m_conditions(HaveConditions(network)),
-      m_alphabet(tree, network, m_conditions || network[network.Start()].lists_conditions), m_behind(network.Size()),
-      m_members(network.Size()), m_is_here(m_alphabet.Masks().size(), 0), m_takes(m_alphabet.Masks().size(), 0),
-      m_class_of(m_alphabet.Kinds()), m_next(network.Size()) {
-  std::vector<std::uint32_t> known(network.Size(), NoNode);
-  m_complete = ListFrom(network.Start(), known, m_start);
-  for (std::uint32_t node = 0; node < network.Size() && m_complete; ++node) {
-    m_complete = network[node].leaf == NoNode || ListFrom(network[node].next[0], known, m_behind[node]);
-  }
-  m_distance = DistanceOfMatches(tree, network, m_alphabet);
-  KeepByContext();
-  FindAnchor();
-}
-
-/// Lists what can be reached from a node without matching a byte. False when there is too much.
-bool States::ListFrom(std::uint32_t node, std::vector<std::uint32_t>& known, List& list) {
-  list = {known[node], m_network[node].listed, m_network[node].lowest};
-  if (known[node] != NoNode) {
-    return true;
-  }
-  list.begin = known[node] = static_cast<std::uint32_t>(m_listed.size());
-  if (list.begin + list.size > MaximumListed) {
-    return false;
-  }
-  m_next.Clear();
-  m_next.Insert(node);
-  m_listed.push_back(node);
-  for (std::size_t place = list.begin; place < m_listed.size(); ++place) {
-    const Network::Node& reached = m_network[m_listed[place]];
-    for (std::uint8_t way = 0; way < reached.ways; ++way) {
-      if (m_next.Insert(reached.next[way])) {
-        m_listed.push_back(reached.next[way]);
-      }
-    }
-  }
-  return true;
-}
-
-void States::KeepByContext() {
-  for (std::size_t place = 0; place < Contexts; ++place) {
-    const auto context = static_cast<Context>(place);
-    std::uint8_t broken = context == Context::Word ? Condition::AfterNoWord : Condition::AfterWord;
-    if (context != Context::Newline && context != Context::TextBegin) {
-      broken |= Condition::AfterNewline;
-    }
-    if (context != Context::TextBegin) {
-      broken |= Condition::AtTextBegin;
-    }
-    m_kept[place].assign(m_network.Size() / 64 + 1, 0);
-    for (std::size_t node = 0; node < m_network.Size(); ++node) {
-      const bool kept = (m_network[node].conditions & broken) == 0;
-      m_kept[place][node / 64] |= std::uint64_t{kept} << node % 64;
-    }
-  }
-}
-
-void States::FindAnchor() {
-  if (!m_complete) {
-    return;
-  }
-  const std::size_t newline = m_alphabet.KindOf('\n');
-  m_anchored = std::none_of(m_alphabet.Masks().begin(), m_alphabet.Masks().end(),
-                            [&](const Alphabet::Mask& mask) { return mask.test(newline); });
-  for (std::size_t place = m_start.begin; place < m_start.begin + m_start.size; ++place) {
-    const std::uint32_t node = m_listed[place];
-    for (const Context context : {Context::Other, Context::Word}) {
-      const bool kept = (m_kept[static_cast<std::size_t>(context)][node / 64] >> node % 64 & 1U) != 0;
-      m_anchored = m_anchored && !(kept && m_network[node].consumes);
-    }
-  }
-}
-
-void States::Merge(const List& list) {
-  const std::uint32_t* const begin = m_listed.data() + list.begin;
-  m_next.Merge(begin, begin + list.size, list.lowest);
-}
+      m_alphabet(tree, network, m_conditions || network[network.Start()].lists_conditions),
+      m_lists(network, m_alphabet), m_distance(DistanceOfMatches(tree, network, m_alphabet)), m_members(network.Size()),
+      m_is_here(m_alphabet.Masks().size(), 0), m_takes(m_alphabet.Masks().size(), 0), m_class_of(m_alphabet.Kinds()),
+      m_next(network.Size()) {}
 
 Context States::ContextOf(std::size_t kind) const {
   const unsigned char byte = m_alphabet.Representative(kind);
@@ -208,8 +136,8 @@ bool States::Leave(bool follow, Needs& needs) {
     std::size_t listed = 0;
     for (std::size_t place = 0; place < m_member_count; ++place) {
       if (m_takes[m_members[place].mask] != 0) {
-        const List& list = m_behind[m_members[place].node];
-        Merge(list);
+        const NodeLists::List& list = m_lists.Behind(m_members[place].node);
+        m_lists.Merge(list, m_next);
         listed += list.size;
         ++accepted;
       }
@@ -224,7 +152,8 @@ bool States::Leave(bool follow, Needs& needs) {
       if ((contexts >> context & 1U) == 0) {
         continue;
       }
-      const std::uint32_t state = m_states.Add(m_next, m_kept[context], static_cast<Context>(context));
+      const std::uint32_t state =
+          m_states.Add(m_next, m_lists.Kept(static_cast<Context>(context)), static_cast<Context>(context));
       if (state == NoState) {
         return false;
       }
@@ -241,17 +170,17 @@ bool States::Leave(bool follow, Needs& needs) {
 
 /// How often a match can begin in a text and go on for longer than what each match begins with.
 double States::Starts(std::size_t bytes) const {
-  return m_anchored ? 1 : static_cast<double>(bytes / m_distance + 1);
+  return m_lists.Anchored() ? 1 : static_cast<double>(bytes / m_distance + 1);
 }
 
 double States::Steps(std::size_t bytes, std::size_t longest) const {
   const auto length = static_cast<double>(bytes);
-  return m_anchored ? length : Starts(bytes) * std::min(length / 2, static_cast<double>(longest) + 1);
+  return m_lists.Anchored() ? length : Starts(bytes) * std::min(length / 2, static_cast<double>(longest) + 1);
 }
 
 Needs States::Bound(std::size_t bytes, std::size_t longest) {
   constexpr double Infinite = std::numeric_limits<double>::infinity();
-  if (!m_complete) {
+  if (!m_lists.Complete()) {
     return {Infinite, Infinite};
   }
   // As if all states were the one of all nodes.
@@ -267,7 +196,7 @@ Needs States::Bound(std::size_t bytes, std::size_t longest) {
   }
   const double steps = Steps(bytes, longest);
   // A match that begins once goes through no more states than it is long.
-  double states = m_anchored ? std::min(steps, static_cast<double>(longest) + 2) : steps;
+  double states = m_lists.Anchored() ? std::min(steps, static_cast<double>(longest) + 2) : steps;
   constexpr std::size_t FewNodes = 10;
   if (consuming <= FewNodes && !m_conditions) {
     states = std::min(states, static_cast<double>(1U << consuming));
@@ -280,19 +209,19 @@ Needs States::Bound(std::size_t bytes, std::size_t longest) {
 }
 
 bool States::Explore(std::size_t bytes, std::size_t longest, const Needs& limit, Needs& needs) {
-  if (!m_complete) {
+  if (!m_lists.Complete()) {
     return false;
   }
   for (std::size_t context = 0; context < Contexts; ++context) {
     m_next.Clear();
-    Merge(m_start);
+    m_lists.Merge(m_lists.Start(), m_next);
     const Context kept = m_conditions ? static_cast<Context>(context) : Context::Other;
-    if (m_states.Add(m_next, m_kept[context], kept) == NoState) {
+    if (m_states.Add(m_next, m_lists.Kept(static_cast<Context>(context)), kept) == NoState) {
       return false;
     }
   }
   // A match that begins once goes through no more states than it is long: the costliest, for all that is known.
-  const std::size_t most = m_anchored ? std::min(bytes, longest) + 1 : SIZE_MAX;
+  const std::size_t most = m_lists.Anchored() ? std::min(bytes, longest) + 1 : SIZE_MAX;
   std::vector<double> seconds;
   std::vector<double> memory;
   for (std::size_t index = 0; index < m_states.Size(); ++index) {
