@@ -4,6 +4,8 @@
 
 #include <sys/stat.h>
 
+#include "host/page/StaticFiles.h"
+
 namespace Host {
 
 RequestHandler::RequestHandler(const HandlerContext& context)
@@ -22,12 +24,21 @@ Handler::Body RequestHandler::OnHead(Request& request) {
   return Administration::Serves(PathOf(request.target)) ? m_Administration.OnHead(m_Endpoints, request) : Body::Ignore;
 }
 
+std::optional<Response> RequestHandler::Answer(Request& request, const Deferral& defer) {
+  const std::string_view path = PathOf(request.target);
+  const bool is_administration = Administration::Serves(path);
+  if (path == "/" || is_administration) {
+    if (std::optional<Response> page = AnswerPage(request)) {
+      return page;
+    }
+  }
+  return is_administration ? m_Administration.Handle(m_Endpoints, request, defer) : AnswerRequest(m_Endpoints, request);
+}
+
 std::optional<Response> RequestHandler::Handle(Request& request, const Deferral& defer) {
   using std::chrono::steady_clock;
   const auto begin = m_AccessLog.File().TakesLines() ? steady_clock::now() : steady_clock::time_point();
-  std::optional<Response> response = Administration::Serves(PathOf(request.target))
-                                         ? m_Administration.Handle(m_Endpoints, request, defer)
-                                         : AnswerRequest(m_Endpoints, request);
+  std::optional<Response> response = Answer(request, defer);
   if (response && m_AccessLog.File().TakesLines()) {
     m_AccessLog.Write(request, *response,
                       std::chrono::duration_cast<std::chrono::microseconds>(steady_clock::now() - begin));

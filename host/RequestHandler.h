@@ -38,6 +38,8 @@ public:
   void OnTick() override;
 
 private:
+  std::optional<Response> Answer(Request& request, const Deferral& defer);
+
   DecisionContext& m_Decisions;
   AccessLog& m_AccessLog;
   Administration& m_Administration;

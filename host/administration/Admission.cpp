@@ -42,6 +42,8 @@ std::shared_ptr<Admission> Admit(EndpointContext& context, const Request& reques
   question.address = origin.address;
   question.request_id = origin.request_id;
   admission->fault = origin.fault;
+  const std::string* const with = request.Find("X-Requested-With");
+  admission->from_page = with != nullptr && *with == "perenna-page";
   admission->target_fault = context.target_form.Fault(request.target);
   // HEAD is judged as HEAD: a filter names it or not.
   if (!Perenna::StringToMethod(request.method, question.method) && admission->fault.empty()) {
@@ -93,7 +95,9 @@ Problem ProblemOf(const Admission& admission, const Configuration& configuration
     return {401,
             "no credentials, or wrong ones",
             {},
-            {{"WWW-Authenticate", "Basic realm=" + QuotedString(configuration.auth_realm) + ", charset=\"UTF-8\""}}};
+            {{"WWW-Authenticate", (admission.from_page ? "Page realm=" : "Basic realm=") + // a scheme without a dialog
+                                      QuotedString(configuration.auth_realm) +
+                                      (admission.from_page ? "" : ", charset=\"UTF-8\"")}}};
   case Outcome::Throttled:
     return {429, "too many failed logins", {}, {{"Retry-After", retry}}};
   case Outcome::Unavailable:

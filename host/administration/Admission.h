@@ -14,7 +14,8 @@ struct Admission {
   std::string target_fault; ///< why the target is not in normal form; empty when it is
   std::string fault;        ///< what else is malformed; empty: nothing
   Verdict verdict;
-  bool is_known = false; ///< whether the caller has proven to be a user
+  bool from_page = false; ///< asked by our own page, which asks for passwords itself
+  bool is_known = false;  ///< whether the caller has proven to be a user
   bool is_admitted = false;
 
   const std::string& Caller() const noexcept { return verdict.judgement->user_id; }

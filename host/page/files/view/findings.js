@@ -1,0 +1,30 @@
+// What is odd in the directory, kind by kind.
+
+import {get} from '../api.js';
+import {code, h, shown, verdictMark} from '../dom.js';
+
+const shownOfAKind = 20;
+
+export async function render() {
+  const report = await get('/access/findings');
+  if (report.findings.length === 0) {
+    return h('p', {class: 'verdict good'}, h('strong', {}, 'Nothing found'), 'Every row does what it says.');
+  }
+  return [
+    h('p', {}, `${report.problems} ${report.problems === 1 ? 'problem' : 'problems'} and ${report.notes} ${report.notes === 1 ? 'note' : 'notes'}.`),
+    ...report.kinds.map((kind) => {
+      const findings = report.findings.filter((finding) => finding.kind === kind.kind);
+      return h('section', {},
+        h('h2', {}, verdictMark(kind.severity), ' ', kind.kind.replaceAll('-', ' '), ` (${kind.count})`),
+        findings.slice(0, shownOfAKind).map(article),
+        findings.length > shownOfAKind ? h('p', {class: 'dim'}, `and ${findings.length - shownOfAKind} more`) : null);
+    }),
+  ];
+}
+
+function article(finding) {
+  return h('article', {},
+    finding.row === null ? null : h('h3', {}, Object.entries(finding.row).map(([name, value]) => `${name} ${shown(value)}`).join(', ')),
+    h('p', {}, finding.why),
+    h('p', {}, 'Mend: ', code(finding.mend)));
+}
