@@ -69,7 +69,8 @@ std::vector<std::pair<std::string, std::string>> Dialogue(const std::vector<Show
   for (const Shown& step : steps) {
     std::istringstream lines(step.output);
     for (std::string line; std::getline(lines, line);) {
-      for (const char* const prompt : {"New password for", "The same once more:"}) {
+      for (const char* const prompt :
+           {"New password for", "The same once more:", "Enter host password for", "Password:"}) {
         if (line.rfind(prompt, 0) == 0) {
           dialogue.emplace_back(prompt, Password);
         }
