@@ -19,6 +19,7 @@ const main = document.getElementById('main');
 const navigation = document.getElementById('navigation');
 const who = document.getElementById('who');
 let user = null;
+let turn = 0; // of showing: who comes late shows nothing
 
 /** "#/users/alice?x=y" as {view: "users", id: "alice", query}. */
 function place() {
@@ -40,15 +41,20 @@ async function show() {
       link.removeAttribute('aria-current');
     }
   }
+  const mine = ++turn;
   const heading = h('h1', {tabindex: '-1'}, known[1]);
   main.replaceChildren(heading);
+  let shown;
   try {
     const module = await known[2]();
-    const shown = await module.render({id, query, heading, user});
-    main.append(...[shown].flat());
+    shown = await module.render({id, query, heading, user});
   } catch (problem) {
-    main.append(errorBox(problem));
+    shown = errorBox(problem);
   }
+  if (mine !== turn) {
+    return;
+  }
+  main.append(...[shown].flat());
   document.title = `${heading.textContent} – Access`;
   heading.focus();
 }
@@ -66,6 +72,7 @@ function signedIn(me) {
 function signOut() {
   forget();
   user = null;
+  ++turn;
   navigation.hidden = true;
   who.hidden = true;
   askForPassword();

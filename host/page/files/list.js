@@ -9,9 +9,14 @@ const pageRows = 50;
 export function pagedList(path, caption, headings, row) {
   const place = h('div');
   let query = {};
+  let turn = 0; // an answer that comes after that to a later question is dropped
   async function show(skip) {
+    const mine = ++turn;
     try {
       const page = await get(path, {...query, skip, limit: pageRows});
+      if (mine !== turn) {
+        return;
+      }
       const last = skip + page.results.length;
       const move = (label, to, possible) =>
         h('button', {class: 'plain small', type: 'button', disabled: !possible, onclick: () => show(to)}, label);
