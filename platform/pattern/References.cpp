@@ -46,8 +46,8 @@ public:
       }
     }
     return WaysToReferences() > MaximumWays
-               ? "what a back-reference repeats can begin or end at too many places: let a character follow that it "
-                 "does not match"
+               ? "what a back-reference repeats can begin or end at too many places: let characters stand before and "
+                 "behind it that it does not match"
                : nullptr;
   }
 
@@ -78,7 +78,7 @@ private:
         continue;
       }
       if (node.kind == Kind::Repetition && node.maximum != node.minimum) {
-        ways *= EndsAtOnePlace(index)       ? 1
+        ways *= StandsAtOnePlace(index)     ? 1
                 : node.maximum == Unbounded ? MaximumWays + 1
                                             : node.maximum - node.minimum + 1;
       } else if (node.kind == Kind::Alternatives) {
@@ -92,8 +92,8 @@ private:
     return ways;
   }
 
-  /// Whether the first character that a repetition does not match must follow it.
-  bool EndsAtOnePlace(NodeIndex repetition) const {
+  /// Whether a text has one place for a repetition: what stands before it and behind it is what it does not match.
+  bool StandsAtOnePlace(NodeIndex repetition) const {
     CharacterSet inside;
     std::vector<NodeIndex> pending{m_tree[repetition].first_child};
     while (!pending.empty()) {
@@ -108,19 +108,48 @@ private:
         pending.push_back(child);
       }
     }
-    NodeIndex place = repetition;
-    while (m_tree[place].next_sibling == NoNode || m_tree[m_parents[place]].kind == Kind::Alternatives) {
-      if (m_parents[place] == NoNode || m_tree[m_parents[place]].kind == Kind::Repetition) {
-        return false;
+    const Node* const before = Neighbour(repetition, true);
+    const Node* const behind = Neighbour(repetition, false);
+    return before != nullptr && behind != nullptr && (IsLineBegin(*before) || IsApart(*before, inside)) &&
+           IsApart(*behind, inside);
+  }
+
+  static bool IsLineBegin(const Node& node) {
+    return node.kind == Kind::Assertion && node.assertion == Assertion::LineBegin;
+  }
+
+  bool IsApart(const Node& node, const CharacterSet& set) const {
+    const CharacterSet characters = m_tree.Characters(node);
+    return characters.any() && (characters & set).none();
+  }
+
+  /// What stands right before a part or behind it, in every match; null when that differs.
+  const Node* Neighbour(NodeIndex part, bool before) const {
+    NodeIndex neighbour = NoNode;
+    for (NodeIndex place = part; neighbour == NoNode; place = m_parents[place]) {
+      const NodeIndex parent = m_parents[place];
+      if (parent == NoNode || m_tree[parent].kind == Kind::Repetition) {
+        return nullptr;
       }
-      place = m_parents[place];
+      if (m_tree[parent].kind == Kind::Concatenation) {
+        neighbour = before ? Before(place) : m_tree[place].next_sibling;
+      }
     }
-    place = m_tree[place].next_sibling;
-    while (m_tree[place].kind == Kind::Group || m_tree[place].kind == Kind::Concatenation) {
-      place = m_tree[place].first_child;
+    while (m_tree[neighbour].kind == Kind::Group || m_tree[neighbour].kind == Kind::Concatenation) {
+      neighbour = m_tree[neighbour].first_child;
+      while (before && m_tree[neighbour].next_sibling != NoNode) {
+        neighbour = m_tree[neighbour].next_sibling;
+      }
     }
-    const CharacterSet behind = m_tree.Characters(m_tree[place]);
-    return behind.any() && (behind & inside).none();
+    return &m_tree[neighbour];
+  }
+
+  NodeIndex Before(NodeIndex part) const {
+    NodeIndex before = NoNode;
+    for (NodeIndex child = m_tree[m_parents[part]].first_child; child != part; child = m_tree[child].next_sibling) {
+      before = child;
+    }
+    return before;
   }
 
   const Tree& m_tree;

@@ -31,7 +31,7 @@ constexpr double FarStates = 30000;
 constexpr double HaltSeconds = 5e-9;
 constexpr double HaltNodeSeconds = 0.9e-9;
 
-constexpr std::size_t MaximumSteps = 22000000; ///< of some nanoseconds, to find all states
+constexpr std::size_t MaximumSteps = 27000000; ///< of some 4 ns, to find all states
 
 double SumOfGreatest(std::vector<double>& values, std::size_t count) {
   if (values.size() > count) {
@@ -158,6 +158,7 @@ bool States::Leave(bool follow, Needs& needs) {
         return false;
       }
       m_walks.AddWay(state);
+      m_steps += 6 * m_states[state].words + 64;
     }
   }
   for (const std::uint32_t mask : m_masks_here) {
