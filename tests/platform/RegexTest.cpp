@@ -94,6 +94,7 @@ TEST(RegularExpressions, RuinousOnesAreNotCompiled) {
       {"^[^a][ab]((\\w|)(b){7,739}\\w?)+$", ways}, // merges many lists below many nodes
       {"[ab]{1,1000}$", ways},                     // looks for "$" among 1,000 nodes at each byte
       {"(a|c)*a(a|c){2900}b", ways},
+      {"(a|c)*a(.{1,9}){3}(\\b|\\B){10}.*a.*az", ways}, // takes out thousands of nodes, each by moving the others
       {"((..)*|(...)*|(.....)*|(.......)*|(...........)*)[ab]*a............c", ways},
       {"(|)(\\1\\1)*", repeated}, // overruns the stack
       {"((a)|)\\2", repeated},

@@ -47,6 +47,19 @@ void NodeSet::Move(std::uint32_t lowest) {
   m_passed += m_above;
 }
 
+std::size_t NodeSet::MovedToKeep(const std::vector<std::uint64_t>& kept) const {
+  std::size_t above = m_size;
+  std::size_t moved = 0;
+  for (std::size_t block = 0; block < m_used.size(); ++block) {
+    ForEachBit(m_used[block], [&](std::uint32_t bit) {
+      const std::size_t index = block * WordBits + bit;
+      moved += above * std::bitset<WordBits>(m_words[index] & ~kept[index]).count();
+      above -= std::bitset<WordBits>(m_words[index]).count();
+    });
+  }
+  return moved;
+}
+
 void NodeSet::AppendTo(std::vector<NodeWord>& words, const std::vector<std::uint64_t>& kept) const {
   for (std::size_t block = 0; block < m_used.size(); ++block) {
     ForEachBit(m_used[block], [&](std::uint32_t bit) {

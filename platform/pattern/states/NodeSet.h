@@ -48,6 +48,10 @@ public:
   /// Words looked at since `Clear` to count those.
   std::size_t Looks() const noexcept { return m_looks; }
 
+  /// How many nodes the C library moves to leave only those that are in `kept` too: for each of the others all above
+  /// it.
+  std::size_t MovedToKeep(const std::vector<std::uint64_t>& kept) const;
+
   /// Appends the nodes that are in `kept` too, 64 to a word, from the lowest to the highest.
   void AppendTo(std::vector<NodeWord>& words, const std::vector<std::uint64_t>& kept) const;
 

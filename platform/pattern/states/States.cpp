@@ -18,6 +18,7 @@ constexpr double GroupSeconds = 4e-6;
 constexpr double NodeSeconds = 30e-9;
 constexpr double ListedSeconds = 0.7e-9;
 constexpr double PassedSeconds = 1.6e-9;
+constexpr double MovedSeconds = 0.5e-9;
 constexpr double StateBytes = 2600;
 constexpr double GroupBytes = 300;
 constexpr double NodeBytes = 12;
@@ -107,6 +108,17 @@ void States::DivideKinds() {
   }
 }
 
+/// What it takes to make the states of `m_next`, one for each context but a text's begin, beyond what is counted for
+/// every node.
+double States::MakingSeconds() {
+  std::size_t moved = 0;
+  for (const Context context : {Context::Other, Context::Word, Context::Newline}) {
+    moved += m_next.MovedToKeep(m_lists.Kept(context));
+  }
+  m_steps += m_next.Size() / 8;
+  return static_cast<double>(moved) * MovedSeconds;
+}
+
 /// Counts what it takes to make the table of the states that follow `m_members`; with `follow`, finds these states.
 /// False when there are too many.
 bool States::Leave(bool follow, Needs& needs) {
@@ -148,6 +160,7 @@ bool States::Leave(bool follow, Needs& needs) {
     needs.bytes +=
         factor * GroupBytes + static_cast<double>(m_next.Size()) * (m_conditions ? ConditionNodeBytes : NodeBytes);
     m_steps += m_class_of.size() / 8 + m_member_count / 2 + listed + m_next.Looks();
+    const std::size_t states = m_states.Size();
     for (std::size_t context = 0; follow && context < Contexts; ++context) {
       if ((contexts >> context & 1U) == 0) {
         continue;
@@ -159,6 +172,9 @@ bool States::Leave(bool follow, Needs& needs) {
       }
       m_walks.AddWay(state);
       m_steps += 6 * m_states[state].words + 64;
+    }
+    if (m_conditions && (!follow || m_states.Size() > states)) {
+      needs.seconds += MakingSeconds();
     }
   }
   for (const std::uint32_t mask : m_masks_here) {
@@ -221,6 +237,8 @@ bool States::Explore(std::size_t bytes, std::size_t longest, const Needs& limit,
       return false;
     }
   }
+  needs.seconds = MakingSeconds();
+  const double starting = needs.seconds;
   // A match that begins once goes through no more states than it is long: the costliest, for all that is known.
   const std::size_t most = m_lists.Anchored() ? std::min(bytes, longest) + 1 : SIZE_MAX;
   std::vector<double> seconds;
@@ -250,7 +268,7 @@ bool States::Explore(std::size_t bytes, std::size_t longest, const Needs& limit,
   const auto states = static_cast<double>(m_states.Size());
   const double steps = Steps(bytes, longest);
   const Walks::Costs halting = m_walks.Costliest();
-  needs.seconds = SumOfGreatest(seconds, most) + Starts(bytes) * halting.once +
+  needs.seconds = starting + SumOfGreatest(seconds, most) + Starts(bytes) * halting.once +
                   steps * (halting.a_step + StepSeconds + FarStepSeconds * std::min(1.0, states / FarStates));
   needs.bytes = SumOfGreatest(memory, most);
   return needs.seconds <= limit.seconds && needs.bytes <= limit.bytes;

@@ -43,6 +43,7 @@ private:
 
   void TakeMember(std::uint32_t node);
   void DivideKinds();
+  double MakingSeconds();
   bool Leave(bool follow, Needs& needs);
   double Starts(std::size_t bytes) const;
   double Steps(std::size_t bytes, std::size_t longest) const;
