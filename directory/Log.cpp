@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdio>
+#include <cstring>
 
 namespace AccessDirectory {
 
@@ -23,7 +24,6 @@ void Log::Take(Tarn::LogType_t level, const std::string& line) {
   if (level == Tarn::LOG_ERROR && m_Errors.size() < MaximumErrors) {
     m_Errors.push_back(line);
   }
-  m_TimedOut = m_TimedOut || line == "Locked database, timed out.";
 }
 
 void LogSink::VLog(Tarn::LogType_t level, const char* format, std::va_list arguments) {
@@ -33,10 +33,13 @@ void LogSink::VLog(Tarn::LogType_t level, const char* format, std::va_list argum
     m_Next->VLog(level, format, again);
     va_end(again);
   }
-  if (level != Tarn::LOG_ERROR && level != Tarn::LOG_DEBUG && !m_Follower) {
+  // Of the debug lines, of which every decision writes some, only this one is looked at: it needs no formatting.
+  const bool timed_out = level == Tarn::LOG_DEBUG && std::strcmp(format, "Locked database, timed out.\n") == 0;
+  s_log.m_TimedOut = s_log.m_TimedOut || timed_out;
+  if (level != Tarn::LOG_ERROR && !m_Follower) {
     return;
   }
-  std::array<char, MaximumLineBytes> buffer{};
+  std::array<char, MaximumLineBytes> buffer; // NOLINT(cppcoreguidelines-pro-type-member-init): filled below
   if (std::vsnprintf(buffer.data(), buffer.size(), format, arguments) < 0) {
     return;
   }
