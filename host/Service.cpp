@@ -119,7 +119,7 @@ public:
                                              : std::max(1U, std::thread::hardware_concurrency())),
         m_Patience(std::chrono::seconds(configuration.limits.request_seconds) - EndTime), m_Origins(configuration),
         m_TargetForm(configuration.target_allows), m_DecisionLog(configuration.log.decisions),
-        m_AccessLog(configuration.log.access), m_AdministrationLog(configuration.log.administration, 0),
+        m_AccessLog(configuration.log.access), m_AdministrationLog(configuration.log.administration),
         m_Decisions(configuration, m_Threads, [&gone] { gone.Ring(); }),
         m_Handlers{configuration, m_Origins,        m_TargetForm,
                    m_Decisions,   m_Metrics,        m_DecisionLog,

@@ -12,7 +12,7 @@ namespace Host {
 class AccessLog {
 public:
   /// An empty name: nothing is written. Throws as `LogFile`.
-  explicit AccessLog(const std::string& file) : m_File(file, 0) {}
+  explicit AccessLog(const std::string& file) : m_File(file) {}
 
   void Write(const Request& request, const Response& response, std::chrono::microseconds taken);
   /// What never became a request.

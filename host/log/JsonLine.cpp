@@ -12,8 +12,8 @@ namespace Host {
 
 namespace {
 
-bool IsPlain(char c) noexcept {
-  return c >= ' ' && c <= '~' && c != '"' && c != '\\';
+bool IsPrintable(char c) noexcept {
+  return c >= ' ' && c <= '~';
 }
 
 struct Stamp {
@@ -37,16 +37,18 @@ std::string_view SecondText(std::time_t second) {
 } // namespace
 
 void JsonLine::Name(std::string_view name) {
-  if (m_Line.back() != '{') {
-    m_Line += ',';
-  }
-  m_Line.append(1, '"').append(name).append("\":");
+  m_Line.append(m_Line.back() == '{' ? "\"" : ",\"").append(name).append("\":");
 }
 
 JsonLine& JsonLine::Text(std::string_view name, std::string_view value) {
   Name(name);
-  if (std::all_of(value.begin(), value.end(), IsPlain)) {
-    m_Line.append(1, '"').append(value).append(1, '"');
+  if (std::all_of(value.begin(), value.end(), IsPrintable)) {
+    m_Line += '"';
+    for (std::size_t at = 0; (at = value.find_first_of("\"\\")) != std::string_view::npos;) {
+      m_Line.append(value.substr(0, at)).append(1, '\\').append(1, value[at]);
+      value.remove_prefix(at + 1);
+    }
+    m_Line.append(value).append(1, '"');
   } else {
     std::string text = AccessDirectory::JsonText(std::string(value)).dump(-1, ' ', true);
     // JSON leaves DEL bare.

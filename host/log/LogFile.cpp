@@ -37,9 +37,12 @@ std::uint64_t LineCount(std::string_view text) {
 
 } // namespace
 
-LogFile::LogFile(std::string name, std::size_t kept)
-    : m_Name(std::move(name)), m_KeptLines(kept), m_Descriptor(m_Name.empty() ? -1 : Open(m_Name)) {
-  if (!m_Name.empty() && m_Descriptor < 0) {
+LogFile::LogFile(std::string name) : m_Name(std::move(name)) {
+  if (m_Name.empty()) {
+    return;
+  }
+  m_Descriptor = Open(m_Name);
+  if (m_Descriptor < 0) {
     throw Failure(Failure::Kind::System,
                   "cannot write the log " + Quoted(m_Name) + ": " + std::generic_category().message(errno));
   }
@@ -52,8 +55,8 @@ LogFile::~LogFile() {
     m_Stop = true;
   }
   m_Wake.notify_one();
-  m_Writer.join();
-  if (m_Descriptor >= 0) {
+  if (m_Writer.joinable()) {
+    m_Writer.join();
     close(m_Descriptor);
   }
 }
@@ -85,32 +88,6 @@ void LogFile::Reopen() {
   m_Wake.notify_one();
 }
 
-std::vector<std::string> LogFile::Last() {
-  std::lock_guard<std::mutex> lock(m_Mutex);
-  std::deque<std::string> written = m_Kept;
-  Keep(m_Waiting);
-  std::vector<std::string> lines(m_Kept.rbegin(), m_Kept.rend());
-  m_Kept = std::move(written);
-  return lines;
-}
-
-/// To be called under the lock.
-void LogFile::Keep(std::string_view lines) {
-  std::vector<std::string_view> last; // the newest first
-  while (last.size() < m_KeptLines && !lines.empty()) {
-    lines.remove_suffix(1);
-    const std::size_t begin = lines.rfind('\n') + 1; // 0 where there is none
-    last.push_back(lines.substr(begin));
-    lines = lines.substr(0, begin);
-  }
-  while (!m_Kept.empty() && m_Kept.size() + last.size() > m_KeptLines) {
-    m_Kept.pop_front();
-  }
-  for (auto line = last.rbegin(); line != last.rend(); ++line) {
-    m_Kept.emplace_back(*line);
-  }
-}
-
 void LogFile::Run() {
   // A pipe whose reader is gone loses lines, nothing more.
   sigset_t pipe;
@@ -127,13 +104,12 @@ void LogFile::Run() {
       m_Wake.wait_for(lock, GatherTime, [this] { return m_Stop || m_Reopen; });
       lines.clear();
       lines.swap(m_Waiting);
-      Keep(lines);
       stop = m_Stop;
       reopen = std::exchange(m_Reopen, false);
     }
     // What waited was said before the file was to be opened anew: it belongs to the old one.
     WriteOut(lines);
-    if (reopen && !m_Name.empty()) {
+    if (reopen) {
       const int descriptor = Open(m_Name);
       if (descriptor < 0) {
         Tarn::DefaultLogSink().Error("cannot reopen the log %s: %s\n", m_Name.c_str(),
@@ -147,9 +123,6 @@ void LogFile::Run() {
 }
 
 void LogFile::WriteOut(const std::string& lines) {
-  if (m_Descriptor < 0) {
-    return;
-  }
   std::string_view rest = lines;
   while (!rest.empty()) {
     if (m_EndsInLine && write(m_Descriptor, "\n", 1) == 1) {

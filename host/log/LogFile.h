@@ -3,32 +3,30 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
-#include <vector>
 
 namespace Host {
 
 /// A file of lines, written by a thread of its own so that nobody who has something to log ever waits for a disk. What
 /// cannot be written, or comes faster than it can be written, is lost and counted.
 ///
-/// The lock guards the lines that wait and those that are kept; it is not held while the file is touched. Any thread
-/// may call any operation. Signals that other threads wait for have to be blocked before it is made.
+/// The lock guards the lines that wait; it is not held while the file is touched. Any thread may call any operation.
+/// Signals that other threads wait for have to be blocked before it is made.
 class LogFile {
 public:
-  /// Opens `name` for appending, made with mode 0640 if need be; an empty name: no line is written. The last `kept`
-  /// lines stay in memory. Throws `AccessDirectory::Failure` of kind System.
-  LogFile(std::string name, std::size_t kept);
+  /// Opens `name` for appending, made with mode 0640 if need be; an empty name: no line is written. Throws
+  /// `AccessDirectory::Failure` of kind System.
+  explicit LogFile(std::string name);
   /// Writes what waits.
   ~LogFile();
   LogFile(const LogFile&) = delete;
   LogFile& operator=(const LogFile&) = delete;
 
   /// Whether a line goes anywhere; where it does not, none need be made.
-  bool TakesLines() const noexcept { return !m_Name.empty() || m_KeptLines > 0; }
+  bool TakesLines() const noexcept { return !m_Name.empty(); }
 
   /// Takes a line, its line end included.
   void Write(std::string_view line);
@@ -39,16 +37,11 @@ public:
 
   std::uint64_t LinesLost() const noexcept { return m_Lost.load(std::memory_order_relaxed); }
 
-  /// The lines that are kept, without their line ends, the newest first.
-  std::vector<std::string> Last();
-
 private:
   void Run();
-  void Keep(std::string_view lines);
   void WriteOut(const std::string& lines);
 
   const std::string m_Name;
-  const std::size_t m_KeptLines;
   int m_Descriptor = -1;     // the writer's own
   bool m_EndsInLine = false; // the writer's own: the last write broke off, and the next has to begin a line
   std::atomic<std::uint64_t> m_Lost{0};
@@ -56,7 +49,6 @@ private:
   std::mutex m_Mutex;
   std::condition_variable m_Wake;
   std::string m_Waiting;
-  std::deque<std::string> m_Kept;
   bool m_Reopen = false;
   bool m_Stop = false;
   std::thread m_Writer; // last: it uses all of the above

@@ -81,7 +81,7 @@ Reply ListDecisions(Call& call) {
   const std::string outcome = call.Query("outcome");
   std::size_t total = 0;
   Json results = Json::array();
-  for (const std::string& line : call.context.decision_log.File().Last()) {
+  for (const std::string& line : call.context.decision_log.Last()) {
     Json decision = Json::parse(line);
     if ((!outcome.empty() && decision["outcome"] != outcome) ||
         (call.query.count("user_id") != 0 && decision["user_id"] != JsonText(call.Query("user_id")))) {
