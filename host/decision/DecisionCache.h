@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <string>
 #include <unordered_map>
 
 #include "host/decision/KeyedDigest.h"
@@ -15,8 +17,8 @@ class DecisionCache {
 public:
   struct Entry {
     std::shared_ptr<const Judgement> judgement;
-    Digest proven_for;             ///< credential and address that were last remembered as proven
-    std::int64_t proven_until = 0; ///< when they have to be remembered again, in the throttle's milliseconds
+    std::string proven_from;       ///< the client's address from which it was last remembered as proven
+    std::int64_t proven_until = 0; ///< when that has to be remembered again, in the throttle's milliseconds
   };
 
   /// `capacity` 0: keeps nothing.

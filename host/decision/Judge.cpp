@@ -151,14 +151,14 @@ Verdict Judge::Malformed(Question question, const std::string& fault) {
   return Pronounce(std::move(question), std::move(answer));
 }
 
-Verdict Judge::Pronounce(Question question, Answer answer) {
+Verdict Judge::Pronounce(Question&& question, Answer&& answer) {
   Verdict verdict;
   verdict.judgement = std::move(answer.judgement);
   verdict.time = std::chrono::system_clock::now();
   verdict.request_id = std::move(question.request_id);
   verdict.address = std::move(question.address);
   verdict.method = std::move(question.method_name);
-  verdict.path = PathForLog(question.target);
+  verdict.path = PathForLog(std::move(question.target));
   verdict.cached = answer.is_cached;
   verdict.retry_after_seconds = answer.retry_after_seconds;
   verdict.credential_accepted = answer.credential_accepted;
@@ -347,28 +347,32 @@ Digest Judge::ProofOf(const Question& question) {
       .Finish();
 }
 
-std::string Judge::PathForLog(const std::string& target) {
-  std::string path(PathOf(target));
-  if (m_Context.target_part == TargetPart::PathAndQuery && path.size() < target.size()) {
-    const Digest digest = m_Digest.Begin('l').Add(QueryOf(target)).Finish();
-    std::array<char, 2 * sizeof(digest.first) + 1> text{};
-    const auto* const bytes = reinterpret_cast<const Tarn::byte_t*>(&digest.first);
-    path += std::string("?") + Tarn::bin2hex(bytes, sizeof(digest.first), text.data(), text.size());
+std::string Judge::PathForLog(std::string target) {
+  const std::size_t path_bytes = PathOf(target).size();
+  if (path_bytes == target.size()) {
+    return target;
   }
-  return path;
+  std::array<char, 2 * sizeof(Digest::first) + 1> text{};
+  if (m_Context.target_part == TargetPart::PathAndQuery) {
+    const Digest digest = m_Digest.Begin('l').Add(QueryOf(target)).Finish();
+    const auto* const bytes = reinterpret_cast<const Tarn::byte_t*>(&digest.first);
+    Tarn::bin2hex(bytes, sizeof(digest.first), text.data(), text.size());
+  }
+  target.resize(path_bytes);
+  return m_Context.target_part == TargetPart::PathAndQuery ? target + "?" + text.data() : target;
 }
 
 void Judge::RememberProven(const Question& question, DecisionCache::Entry* entry, std::int64_t now) {
   if (question.credentials.kind != Kind::Password || question.address.empty()) {
     return;
   }
-  const Digest proof = ProofOf(question);
-  if (entry != nullptr && entry->proven_for == proof && now < entry->proven_until) {
+  // An entry belongs to one credential: with the same address the proof is the same.
+  if (entry != nullptr && now < entry->proven_until && entry->proven_from == question.address) {
     return;
   }
-  m_Context.throttle.Proven(proof, now);
+  m_Context.throttle.Proven(ProofOf(question), now);
   if (entry != nullptr) {
-    entry->proven_for = proof;
+    entry->proven_from = question.address;
     entry->proven_until = now + ProvenAgainMilliseconds;
   }
 }

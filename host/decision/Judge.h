@@ -69,13 +69,13 @@ private:
   bool Observe();
   /// Takes the version observed for the one that cache and explainer belong to.
   void CatchUp();
-  Verdict Pronounce(Question question, Answer answer);
+  Verdict Pronounce(Question&& question, Answer&& answer);
 
   Digest DigestOf(const Question& question, std::string_view url);
   // What the throttle knows a login by: the presented id, or the whole credential, with the client's network.
   Digest PairOf(const Question& question);
   Digest ProofOf(const Question& question);
-  std::string PathForLog(const std::string& target);
+  std::string PathForLog(std::string target);
   void RememberProven(const Question& question, DecisionCache::Entry* entry, std::int64_t now);
 
   DecisionContext& m_Context;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string_view>
+#include <vector>
 
 #include <openssl/evp.h>
 
@@ -30,6 +31,9 @@ struct DigestHash {
 class KeyedDigest {
 public:
   explicit KeyedDigest(const Tarn::SymmetricKey& key);
+  ~KeyedDigest();
+  KeyedDigest(const KeyedDigest&) = delete;
+  KeyedDigest& operator=(const KeyedDigest&) = delete;
 
   /// Begins a digest; `purpose` keeps digests of different things apart.
   KeyedDigest& Begin(char purpose);
@@ -42,8 +46,14 @@ private:
     void operator()(EVP_MAC_CTX* context) const noexcept { EVP_MAC_CTX_free(context); }
   };
 
+  void Append(const void* bytes, std::size_t count);
+  void Grow(std::size_t count);
+
   Tarn::SymmetricKey m_Key;
   std::unique_ptr<EVP_MAC_CTX, Free> m_Context;
+  // Texts are put together first, since every call of OpenSSL costs more than the few bytes that it is given.
+  std::vector<unsigned char> m_Input;
+  std::size_t m_Used = 0;
 };
 
 } // namespace Host
