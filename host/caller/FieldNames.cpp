@@ -44,24 +44,24 @@ bool NamesInList(std::string_view list, std::string_view name) noexcept {
 
 } // namespace
 
-std::string FaultOfField(const std::vector<Field>& fields, const std::string& name) {
-  bool is_there = false;
+SingleField FindSingle(const std::vector<Field>& fields, const std::string& name) {
+  SingleField found;
   for (const Field& field : fields) {
     if (EqualIgnoringCase(field.name, Connection) && NamesInList(field.value, name)) {
-      return "Connection names the field " + name;
+      return {nullptr, "Connection names the field " + name};
     }
     if (!LooksLike(field.name, name)) {
       continue;
     }
     if (!EqualIgnoringCase(field.name, name)) {
-      return "a field looks like " + name;
+      return {nullptr, "a field looks like " + name};
     }
-    if (is_there) {
-      return "the field " + name + " is doubled";
+    if (found.value != nullptr) {
+      return {nullptr, "the field " + name + " is doubled"};
     }
-    is_there = true;
+    found.value = &field.value;
   }
-  return {};
+  return found;
 }
 
 } // namespace Host

@@ -14,12 +14,14 @@ constexpr const char* RequestIdField = "X-Request-Id";
 
 /// Takes the value of a field that may be there once; false, with `fault` set, when it is there in another way.
 bool TakeSingle(const Request& request, const std::string& name, std::string& value, std::string& fault) {
-  fault = FaultOfField(request.fields, name);
+  SingleField field = FindSingle(request.fields, name);
+  fault = std::move(field.fault);
   if (!fault.empty()) {
     return false;
   }
-  const std::string* const found = request.Find(name);
-  value = found == nullptr ? std::string() : *found;
+  if (field.value != nullptr) {
+    value = *field.value;
+  }
   return true;
 }
 

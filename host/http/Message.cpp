@@ -11,10 +11,7 @@ unsigned char Lower(char character) noexcept {
 
 } // namespace
 
-bool EqualIgnoringCase(std::string_view left, std::string_view right) noexcept {
-  if (left.size() != right.size()) {
-    return false;
-  }
+bool EqualInSizeIgnoringCase(std::string_view left, std::string_view right) noexcept {
   for (std::size_t i = 0; i < left.size(); ++i) {
     if (left[i] != right[i] && Lower(left[i]) != Lower(right[i])) {
       return false;

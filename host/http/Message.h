@@ -9,8 +9,13 @@
 
 namespace Host {
 
-/// Whether two texts are equal when ASCII letters of either case count as one.
-bool EqualIgnoringCase(std::string_view left, std::string_view right) noexcept;
+/// `EqualIgnoringCase` of texts of one size.
+bool EqualInSizeIgnoringCase(std::string_view left, std::string_view right) noexcept;
+
+/// Whether two texts are equal when ASCII letters of either case count as one. Most names differ in size already.
+inline bool EqualIgnoringCase(std::string_view left, std::string_view right) noexcept {
+  return left.size() == right.size() && EqualInSizeIgnoringCase(left, right);
+}
 
 /// A header field as received or to be sent. Names compare by `EqualIgnoringCase`. A received value has no white space
 /// at its ends and no control byte but HTAB; bytes from 0x80 are possible (RFC 9110, 5.5).
