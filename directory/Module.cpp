@@ -28,12 +28,21 @@ std::string DatabaseError() {
 
 } // namespace
 
-Module::Module(const std::string& file) : m_File(file) {
+Module Module::OfProcess(const std::string& file) {
+  LocalAccessManager::UserManager* manager = nullptr;
+  if (!LocalAccessManager::GetUserManager(manager)) {
+    throw Failure(Failure::Kind::System, "the database " + Quoted(file) + " is not open");
+  }
+  return {file, *manager};
+}
+
+Module::Module(const std::string& file)
+    : m_File(file), m_Own(std::make_unique<LocalAccessManager::UserManager>()), m_Manager(m_Own.get()) {
   { const Database check(file, Database::Access::Write); } // the module shares the file even to read it
   Perenna::PListDict section;
   section.SetValue(LocalAccessManager::Strings::DatabaseFilename, file);
   TheLog().Clear();
-  if (m_Manager.InitUserManager(section).Failed()) {
+  if (m_Manager->InitUserManager(section).Failed()) {
     const auto errors = TheLog().Errors();
     Fail(errors.empty() ? "it cannot be opened" : errors.back());
   }
@@ -46,7 +55,7 @@ void Module::Fail(const std::string& reason) const {
 Tarn::Result_t Module::Apply(const Change& change) {
   for (int attempt = 1;; ++attempt) {
     TheLog().Clear();
-    Tarn::Result_t result = change(m_Manager);
+    Tarn::Result_t result = change(*m_Manager);
     if (TheLog().TimedOut()) {
       if (attempt < BusyAttempts) {
         continue;
@@ -67,7 +76,7 @@ Tarn::Result_t Module::Apply(const Change& change) {
 bool Module::Ask(const Question& question) {
   for (int attempt = 1;; ++attempt) {
     TheLog().Clear();
-    const bool answer = question(m_Manager);
+    const bool answer = question(*m_Manager);
     if (TheLog().TimedOut() && attempt < BusyAttempts) {
       continue;
     }

@@ -1,21 +1,27 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
+#include <utility>
 
 #include "LocalAccessManager.h"
 
 namespace AccessDirectory {
 
-/// The access module, opened on one database file: a manager of this object's own, so that its end closes the file. The
-/// last connection to close puts what the write-ahead log holds into the file itself; the process's one manager, which
-/// a server uses, is never closed.
+/// The access module on one database file. With a manager of its own, its end closes the file, and the last connection
+/// to close puts what the write-ahead log holds into the file itself; the process's one manager, which a server has, is
+/// never closed. One thread uses an object.
 class Module {
 public:
   /// Opens `file`, which must be an access database (see `Database`). Throws `Failure`.
   explicit Module(const std::string& file);
 
-  LocalAccessManager::UserManager& Manager() noexcept { return m_Manager; }
+  /// Borrows the process's manager, which `LocalAccessManager::InitUserManager` has opened on `file`. Throws `Failure`
+  /// when there is none.
+  static Module OfProcess(const std::string& file);
+
+  LocalAccessManager::UserManager& Manager() noexcept { return *m_Manager; }
 
   using Change = std::function<Tarn::Result_t(LocalAccessManager::UserManager&)>;
   /// Runs an operation that changes the directory, again while another program holds the file locked, up to about five
@@ -35,8 +41,11 @@ public:
 private:
   [[noreturn]] void Fail(const std::string& reason) const;
 
+  Module(std::string file, LocalAccessManager::UserManager& manager) : m_File(std::move(file)), m_Manager(&manager) {}
+
   std::string m_File;
-  LocalAccessManager::UserManager m_Manager;
+  std::unique_ptr<LocalAccessManager::UserManager> m_Own;
+  LocalAccessManager::UserManager* m_Manager;
 };
 
 } // namespace AccessDirectory

@@ -15,6 +15,7 @@
 
 #include "directory/Failure.h"
 #include "directory/Log.h"
+#include "directory/text/Text.h"
 #include "host/RequestHandler.h"
 #include "host/ServiceManager.h"
 #include "host/decision/watch/CallWatch.h"
@@ -226,6 +227,11 @@ ServiceEnd Serve(const Configuration& configuration) {
   const Alarm gone;
   if (LocalAccessManager::InitSelfAccessManager(*configuration.dictionary).Failed()) {
     throw Failure(Failure::Kind::System, "the store of self access keys cannot be made");
+  }
+  // For administration: what is decided has managers of its own.
+  if (LocalAccessManager::InitUserManager(*configuration.dictionary).Failed()) {
+    throw Failure(Failure::Kind::System,
+                  "cannot open the database " + AccessDirectory::Quoted(configuration.database_filename));
   }
   Service service(configuration, gone);
   service.Start();

@@ -1,5 +1,7 @@
 #include "host/endpoint/ProxyAnswer.h"
 
+#include "host/caller/RequestId.h"
+
 namespace Host {
 
 namespace {
@@ -83,7 +85,8 @@ Response AnswerProxy(const Verdict& verdict, const std::string& realm) {
 Response AnswerProxyUnavailable() {
   Response response;
   response.status = StatusOf(Outcome::Unavailable);
-  response.fields = {{"X-Access-Outcome", OutcomeName(Outcome::Unavailable)}, {"Retry-After", "1"}};
+  response.fields = {
+      {"X-Access-Outcome", OutcomeName(Outcome::Unavailable)}, {"X-Request-Id", NewRequestId()}, {"Retry-After", "1"}};
   return response;
 }
 

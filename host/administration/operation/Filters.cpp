@@ -100,7 +100,7 @@ Reply CreateFilter(Call& call) {
     Database database(call.File(), Database::Access::Read);
     RequireEffect(database, row);
   }
-  AccessDirectory::Module(call.File()).Apply([&row](LocalAccessManager::UserManager& manager) {
+  AccessDirectory::Module::OfProcess(call.File()).Apply([&row](LocalAccessManager::UserManager& manager) {
     return manager.CreateFilter(row.ToRequest());
   });
   return {201, row.ToJson()};
@@ -116,7 +116,7 @@ Reply DeleteFilter(Call& call) {
       Refuse(404, "there is no such filter");
     }
   }
-  AccessDirectory::Module(call.File()).Apply([&row](LocalAccessManager::UserManager& manager) {
+  AccessDirectory::Module::OfProcess(call.File()).Apply([&row](LocalAccessManager::UserManager& manager) {
     return manager.DeleteFilter(row.ToRequest());
   });
   return {204};

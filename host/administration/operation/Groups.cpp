@@ -30,7 +30,7 @@ void RequireUsers(Database& database, const std::vector<std::string>& users) {
 
 /// As the module's own operation, which knows nothing of users.
 void CreateThroughModule(Call& call, const std::string& group_id, const std::string& name) {
-  AccessDirectory::Module module(call.File());
+  AccessDirectory::Module module = AccessDirectory::Module::OfProcess(call.File());
   Perenna::PListDict request;
   request.SetValue(Keys::group_id, group_id);
   request.SetValue(Keys::group_name, name);

@@ -11,7 +11,7 @@ using AccessDirectory::JsonText;
 
 Json ListThroughModule(Call& call, ListOperation operation, const Paging& paging,
                        Json (*row_json)(const Perenna::PListDict& row)) {
-  AccessDirectory::Module module(call.File());
+  AccessDirectory::Module module = AccessDirectory::Module::OfProcess(call.File());
   Perenna::PagedResults::ResultState state;
   state.Skip = static_cast<std::int32_t>(paging.skip);
   state.Limit = static_cast<std::int32_t>(paging.limit);

@@ -35,7 +35,7 @@ Json AllowedMethods(Module& module, const std::string& url, const std::string& u
 Reply Check(Call& call) {
   const std::string user_id = call.Query("user_id");
   const Perenna::HTTPRequest request(AccessDirectory::KnownMethod(call.Query("method")), call.Query("url"));
-  Module module(call.File());
+  Module module = Module::OfProcess(call.File());
   Database database(call.File(), Database::Access::Read);
   return {200, CheckJson(request, user_id, Explain(module, database, request, user_id))};
 }
@@ -51,7 +51,7 @@ Reply Who(Call& call) {
 Reply Methods(Call& call) {
   const std::string user_id = call.Query("user_id");
   const std::string url = call.Query("url");
-  Module module(call.File());
+  Module module = Module::OfProcess(call.File());
   Json methods = AllowedMethods(module, url, user_id);
   return {200,
           {{"user_id", JsonText(user_id)},
@@ -96,7 +96,7 @@ Reply ListDecisions(Call& call) {
 }
 
 Reply Options(Call& call) {
-  Module module(call.File());
+  Module module = Module::OfProcess(call.File());
   const bool path_only = call.context.configuration.target == TargetPart::Path;
   const std::string url(path_only ? std::string(PathOf(call.target)) : call.target);
   std::string allow;

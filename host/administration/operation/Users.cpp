@@ -48,7 +48,7 @@ void RequireGroups(Database& database, const std::vector<std::string>& groups) {
 
 /// As the module's own operation, which knows nothing of groups.
 void CreateThroughModule(Call& call, const std::string& user_id, const Credential& credential) {
-  AccessDirectory::Module module(call.File());
+  AccessDirectory::Module module = AccessDirectory::Module::OfProcess(call.File());
   Perenna::PListDict request;
   request.SetValue(Keys::user_id, user_id);
   request.SetValue(Keys::create_user, call.caller);
