@@ -21,6 +21,10 @@ unsigned char Lower(char character) noexcept {
 
 } // namespace
 
+// The numbers are fixed, and those of the names' places.
+static_assert(METH_OPTIONS == 0 && METH_HEAD == 1 && METH_GET == 2 && METH_POST == 3 && METH_PUT == 4 &&
+              METH_DELETE == 5 && METH_TRACE == 6 && METH_CONNECT == 7 && METH_PATCH == 8 && METH_MAX == 9);
+
 const char* MethodToString(Method_t method) noexcept {
   // cppcheck-suppress CastIntegerToAddressAtReturn ; it takes the element for a number
   return method < METH_MAX ? MethodNames.at(method) : "UNKNOWN";

@@ -295,6 +295,10 @@ def at_once(host):
     for turn in range(300):
         groups = ["opens", "closes"] if turn % 2 else []
         expect(host.ask("PUT", "/access/users/u1/groups", groups, connection=connection), 200, "a replacement")
+    whole = host.ask("GET", "/access/directory").json
+    without = {**whole, "memberships": [row for row in whole["memberships"] if row["user_id"] != "u1"]}
+    for turn in range(20):
+        expect(host.ask("PUT", "/access/directory", json.dumps(whole if turn % 2 else without), connection=connection), 200, "an import")
     stop.set()
     reader.join()
     assert seen and not any(seen), "an Allow was seen without its Deny"
