@@ -122,12 +122,17 @@ std::string ReferencePattern(Random& random) {
   return Below(random, 4) == 0 ? pattern + OneOf(random, references) : pattern;
 }
 
-/// A text that the part matches, with repetitions up to `most` times.
-void Walk(const Tree& tree, NodeIndex index, std::size_t most, std::size_t limit, Random& random, std::string& text) {
+/// Visits of nodes to make a text: parts that match nothing could be repeated without an end.
+constexpr std::size_t MaximumVisits = 2000000;
+
+/// A text that the part matches, with repetitions up to `most` times, in as many visits as are `left`.
+void Walk(const Tree& tree, NodeIndex index, std::size_t most, std::size_t limit, Random& random, std::size_t& left,
+          std::string& text) {
   const Node& node = tree[index];
-  if (text.size() >= limit) {
+  if (text.size() >= limit || left == 0) {
     return;
   }
+  --left;
   if (node.kind == Kind::Literal || node.kind == Kind::Set) {
     const CharacterSet set = tree.Characters(node);
     for (std::size_t tries = 0; tries < 1000; ++tries) {
@@ -142,7 +147,7 @@ void Walk(const Tree& tree, NodeIndex index, std::size_t most, std::size_t limit
   if (node.kind == Kind::Repetition) {
     const std::size_t maximum = std::min<std::size_t>(node.maximum, node.minimum + most);
     for (std::size_t count = node.minimum + Below(random, maximum - node.minimum + 1); count > 0; --count) {
-      Walk(tree, node.first_child, most, limit, random, text);
+      Walk(tree, node.first_child, most, limit, random, left, text);
     }
     return;
   }
@@ -154,7 +159,7 @@ void Walk(const Tree& tree, NodeIndex index, std::size_t most, std::size_t limit
     children = {children[Below(random, children.size())]};
   }
   for (const NodeIndex child : children) {
-    Walk(tree, child, most, limit, random, text);
+    Walk(tree, child, most, limit, random, left, text);
   }
 }
 
@@ -181,8 +186,9 @@ std::string RandomPattern(Random& random) {
 std::vector<std::string> AdverseTexts(const std::string& pattern, std::size_t bytes, Random& random) {
   const Tree tree = Tree::Read(pattern);
   std::string some;
+  std::size_t left = MaximumVisits;
   for (std::size_t round = 0; round < 20; ++round) {
-    Walk(tree, tree.Root(), 2, 200, random, some);
+    Walk(tree, tree.Root(), 2, 200, random, left, some);
   }
   some += "a/";
   std::vector<std::string> texts;
@@ -207,8 +213,9 @@ std::vector<std::string> AdverseTexts(const std::string& pattern, std::size_t by
   }
   for (const std::size_t most : {1U, 3U, 300U, 9000U}) {
     std::string text;
+    left = MaximumVisits;
     for (std::size_t rounds = 0; text.size() < bytes && rounds < bytes; ++rounds) {
-      Walk(tree, tree.Root(), most, bytes, random, text);
+      Walk(tree, tree.Root(), most, bytes, random, left, text);
     }
     add(text);
   }
