@@ -54,15 +54,11 @@ void LookAtDirectory(const Context& context, const Host::Configuration& configur
 
 /// The host cannot know how old the directory is before an agent keeps it in step with the store.
 void LookAtSync(const Host::Configuration& configuration) {
-  if (!configuration.sync.configured) {
-    return;
+  if (configuration.sync.configured) {
+    Warn(
+        "Sync.Endpoints are configured, but nothing here follows them yet: this machine's file is served as it is, and "
+        "Sync.OnStale has no effect");
   }
-  if (configuration.sync.on_stale == Host::OnStale::Refuse) {
-    throw Failure(Failure::Kind::Input,
-                  "Sync.OnStale: \"refuse\" is not accepted: nothing here follows the store yet, so "
-                  "everything would be refused; give \"serve\"");
-  }
-  Warn("Sync.Endpoints are configured, but nothing here follows them yet: this machine's file is served as it is");
 }
 
 Json AddressesOf(const Host::Configuration& configuration) {
