@@ -60,7 +60,7 @@ void NodeLists::KeepByContext() {
     m_kept[place].assign(m_network.Size() / 64 + 1, 0);
     for (std::size_t node = 0; node < m_network.Size(); ++node) {
       const bool kept = (m_network[node].conditions & broken) == 0;
-      m_kept[place][node / 64] |= std::uint64_t{kept} << node % 64;
+      m_kept[place][node / 64] |= kept ? std::uint64_t{1} << node % 64 : 0;
     }
   }
 }

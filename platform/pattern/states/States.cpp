@@ -187,7 +187,8 @@ bool States::Leave(bool follow, Needs& needs) {
 
 /// How often a match can begin in a text and go on for longer than what each match begins with.
 double States::Starts(std::size_t bytes) const {
-  return m_lists.Anchored() ? 1 : static_cast<double>(bytes / m_distance + 1);
+  const std::size_t places = bytes / m_distance + 1;
+  return m_lists.Anchored() ? 1 : static_cast<double>(places);
 }
 
 double States::Steps(std::size_t bytes, std::size_t longest) const {
