@@ -1,5 +1,5 @@
 // The host's transport with an answer that costs nothing: what a decision is measured against.
-//   perenna-constant-host ADDRESS:PORT
+//   perenna-constant-host ADDRESS:PORT|unix:PATH...
 
 #include <iostream>
 #include <memory>
@@ -16,12 +16,12 @@ public:
   std::size_t BodyLimit(const Host::Request&) override { return 0; }
   void BeginGroup() override {}
   std::optional<Host::Response> Handle(Host::Request&, const Deferral&) override {
-    return {200,
-            {{"X-Access-Outcome", "allowed"},
-             {"X-Request-Id", "00000000000000000000000000000000"},
-             {"Remote-User", "user1"},
-             {"Remote-Groups", "group1"}},
-            ""};
+    Host::Response response;
+    response.fields = {{"X-Access-Outcome", "allowed"},
+                       {"X-Request-Id", "00000000000000000000000000000000"},
+                       {"Remote-User", "user1"},
+                       {"Remote-Groups", "group1"}};
+    return response;
   }
 };
 
@@ -30,7 +30,9 @@ public:
 int main(int argc, char* argv[]) {
   Host::ServerSettings settings;
   settings.threads = 1;
-  settings.listen = {Host::ParseListenAddress(argc > 1 ? argv[1] : "127.0.0.1:8499")};
+  for (int i = 1; i < argc; ++i) {
+    settings.listen.push_back(Host::ParseListenAddress(argv[i]));
+  }
   Host::Server server(settings, [](unsigned) { return std::make_unique<ConstantHandler>(); });
   server.Start();
   std::cout << server.Listening().front() << std::endl;

@@ -3,7 +3,7 @@
 #include <array>
 
 #include "TN_util.h"
-#include "host/decision/KeyedDigest.h"
+#include "host/decision/memory/KeyedDigest.h"
 
 namespace Host {
 

@@ -10,7 +10,7 @@
 #include "host/Configuration.h"
 #include "host/caller/SelfCalls.h"
 #include "host/decision/watch/DirectoryFile.h"
-#include "host/decision/Throttle.h"
+#include "host/decision/memory/Throttle.h"
 
 namespace Host {
 

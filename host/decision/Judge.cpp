@@ -1,13 +1,10 @@
 #include "host/decision/Judge.h"
 
 #include <algorithm>
-#include <array>
 #include <exception>
 
-#include "PN_Digest.h"
 #include "directory/Failure.h"
 #include "directory/text/Text.h"
-#include "host/caller/ForwardedCertificate.h"
 #include "host/http/Target.h"
 
 namespace Host {
@@ -20,9 +17,6 @@ constexpr int Rounds = 3;
 constexpr unsigned UnavailableRetrySeconds = 1;
 constexpr std::int64_t ProvenAgainMilliseconds = 3'600'000; // well within the day for which the throttle remembers
 constexpr std::size_t MaximumGroupBytes = 8192;             // of a header field
-constexpr std::size_t Ipv6NetworkBytes = 8;                 // what one customer has at least: a /64
-
-const std::string nobody = "\x01"; // an id that no sensible directory holds
 
 std::shared_ptr<Judgement> Judged(Outcome outcome, std::string user_id, std::string reason) {
   auto judgement = std::make_shared<Judgement>();
@@ -51,34 +45,10 @@ bool FitsIntoField(const std::string& user_id) noexcept {
   });
 }
 
-/// What counts as one client: an IPv4 address, or an IPv6 network.
-std::string NetworkOf(const std::string& address) {
-  const std::optional<AddressBytes> bytes = ParseAddress(address);
-  if (!bytes) {
-    return address;
-  }
-  const bool is_ipv6 = address.find(':') != std::string::npos;
-  return {bytes->begin(), bytes->begin() + (is_ipv6 ? Ipv6NetworkBytes : bytes->size())};
-}
-
-/// Computes what the module computes to check a "sha256" credential.
-void ComputeDigest(const std::string& password) {
-  constexpr std::size_t TextBytes = 128;
-  constexpr std::array<Tarn::byte_t, 16> Constant{};
-  static const std::string salt(32, '0');
-  Perenna::SHA256 digest;
-  digest.Update(Constant.data(), static_cast<unsigned>(Constant.size()));
-  digest.Update(salt);
-  digest.Update(password);
-  digest.Finalize();
-  std::array<char, TextBytes> text{};
-  static_cast<void>(digest.StringValue(text.data(), text.size(), true));
-}
-
 } // namespace
 
 Judge::Judge(DecisionContext& context)
-    : m_Context(context), m_Cache(context.cached_decisions_each), m_Digest(context.key) {
+    : m_Context(context), m_Cache(context.cached_decisions_each), m_Digests(context.key) {
   // The module would create a vanished file: it is looked at before and after.
   const auto require_file = [this] {
     struct stat status {};
@@ -97,6 +67,7 @@ Judge::Judge(DecisionContext& context)
   }
   m_Watcher.emplace(m_Context.file);
   m_Explainer.emplace(m_Context.file);
+  m_Credentials.emplace(m_Manager, *m_Explainer, m_Context.certificate_form);
   require_file();
 }
 
@@ -196,8 +167,8 @@ Judge::Answer Judge::FromThrottle(const Question& question, std::int64_t now) {
   if (question.credentials.kind != Kind::Password || question.address.empty() || !m_Context.throttle.BlocksAny(now)) {
     return answer;
   }
-  const std::int64_t blocked = m_Context.throttle.BlockedFor(PairOf(question), now);
-  if (blocked > 0 && !m_Context.throttle.IsProven(ProofOf(question), now)) {
+  const std::int64_t blocked = m_Context.throttle.BlockedFor(m_Digests.OfPair(question), now);
+  if (blocked > 0 && !m_Context.throttle.IsProven(m_Digests.OfProof(question), now)) {
     answer.judgement = Judged(Outcome::Throttled, question.credentials.user_id,
                               "refused without a check: too many failed logins of this id from this address");
     answer.retry_after_seconds = static_cast<unsigned>((blocked + 999) / 1000);
@@ -208,7 +179,7 @@ Judge::Answer Judge::FromThrottle(const Question& question, std::int64_t now) {
 Judge::Answer Judge::FromDirectory(const Question& question, std::int64_t now) {
   const std::string_view target = question.target;
   const std::string_view url = m_Context.target_part == TargetPart::Path ? PathOf(target) : target;
-  const Digest digest = DigestOf(question, url);
+  const Digest digest = m_Digests.OfQuestion(question, url);
   for (int round = 0; round < Rounds; ++round) {
     if (!m_Observed && !Observe()) {
       return {};
@@ -234,7 +205,7 @@ Judge::Answer Judge::FromDirectory(const Question& question, std::int64_t now) {
       RememberProven(question, m_Cache.Find(digest), now);
     } else if (answer->credential_accepted == false && question.credentials.kind == Kind::Password &&
                !question.address.empty()) {
-      m_Context.throttle.Failed(PairOf(question), now);
+      m_Context.throttle.Failed(m_Digests.OfPair(question), now);
     }
     return *std::move(answer);
   }
@@ -247,7 +218,7 @@ std::optional<Judge::Answer> Judge::AskModule(const Question& question, const st
   const Perenna::HTTPRequest request(question.method, url);
   auto judgement = std::make_shared<Judgement>();
   Answer answer;
-  const bool is_proven = Proves(question, request, watch, *judgement);
+  const bool is_proven = m_Credentials->Prove(question.credentials, request, watch, *judgement);
   if (question.credentials.kind == Kind::Password || question.credentials.kind == Kind::Certificate) {
     answer.credential_accepted = is_proven;
   }
@@ -279,87 +250,18 @@ std::optional<Judge::Answer> Judge::AskModule(const Question& question, const st
   return answer;
 }
 
-bool Judge::Proves(const Question& question, const Perenna::HTTPRequest& request, CallWatch& watch,
-                   Judgement& judgement) {
-  const Credentials& credentials = question.credentials;
-  judgement.user_id = credentials.user_id;
-  judgement.outcome = Outcome::Unauthenticated;
-  if (credentials.kind == Kind::Known || credentials.kind == Kind::Anonymous) {
-    return true;
-  }
-  if (credentials.kind == Kind::Password) {
-    if (m_Manager.TestUserIdAndPassword(request, credentials.user_id, credentials.password)) {
-      return true;
-    }
-    judgement.reason = "refused: unknown user or wrong password";
-    EvenOut(request, credentials.password, watch);
-    return false;
-  }
-  Perenna::X509Certificate certificate;
-  const std::string& bytes = credentials.certificate;
-  const bool is_read = credentials.is_der ? !certificate
-                                                 .DecodeDER(reinterpret_cast<const Tarn::byte_t*>(bytes.data()),
-                                                            static_cast<unsigned>(bytes.size()))
-                                                 .Failed()
-                                          : DecodeForwardedCertificate(bytes, m_Context.certificate_form, certificate);
-  if (!is_read) {
-    judgement.outcome = Outcome::Malformed;
-    judgement.reason = "refused: the certificate is malformed, or not the only one";
-    return false;
-  }
-  judgement.reason = "refused: no user is registered for the certificate";
-  return m_Manager.TestUserCertificate(request, certificate, judgement.user_id);
-}
-
-/// Makes every refusal of a password cost the same, so that its time does not tell which ids exist: one lookup that
-/// finds a user, one that finds none, and a digest.
-void Judge::EvenOut(const Perenna::HTTPRequest& request, const std::string& password, CallWatch& watch) {
-  watch.Silence();
-  const std::string& other = watch.FoundUser() ? nobody : m_Explainer->SomeUser();
-  m_Manager.TestUserIdAndPassword(request, other, password);
-  if (!watch.Digested()) {
-    ComputeDigest(password);
-  }
-}
-
-Digest Judge::DigestOf(const Question& question, std::string_view url) {
-  const Credentials& credentials = question.credentials;
-  const std::array<char, 3> kinds = {static_cast<char>(credentials.kind), static_cast<char>(question.method),
-                                     static_cast<char>(question.for_proxy ? 1 : 0)};
-  return m_Digest.Begin('q')
-      .Add({kinds.data(), kinds.size()})
-      .Add(url)
-      .Add(credentials.user_id)
-      .Add(credentials.password)
-      .Add(credentials.certificate)
-      .Finish();
-}
-
-Digest Judge::PairOf(const Question& question) {
-  return m_Digest.Begin('i').Add(question.credentials.user_id).Add(NetworkOf(question.address)).Finish();
-}
-
-Digest Judge::ProofOf(const Question& question) {
-  return m_Digest.Begin('p')
-      .Add(question.credentials.user_id)
-      .Add(question.credentials.password)
-      .Add(NetworkOf(question.address))
-      .Finish();
-}
-
 std::string Judge::PathForLog(std::string target) {
   const std::size_t path_bytes = PathOf(target).size();
   if (path_bytes == target.size()) {
     return target;
   }
-  std::array<char, 2 * sizeof(Digest::first) + 1> text{};
+  std::string query;
   if (m_Context.target_part == TargetPart::PathAndQuery) {
-    const Digest digest = m_Digest.Begin('l').Add(QueryOf(target)).Finish();
-    const auto* const bytes = reinterpret_cast<const Tarn::byte_t*>(&digest.first);
-    Tarn::bin2hex(bytes, sizeof(digest.first), text.data(), text.size());
+    query = "?" + m_Digests.TextOfQuery(QueryOf(target));
   }
   target.resize(path_bytes);
-  return m_Context.target_part == TargetPart::PathAndQuery ? target + "?" + text.data() : target;
+  target += query;
+  return target;
 }
 
 void Judge::RememberProven(const Question& question, DecisionCache::Entry* entry, std::int64_t now) {
@@ -370,7 +272,7 @@ void Judge::RememberProven(const Question& question, DecisionCache::Entry* entry
   if (entry != nullptr && now < entry->proven_until && entry->proven_from == question.address) {
     return;
   }
-  m_Context.throttle.Proven(ProofOf(question), now);
+  m_Context.throttle.Proven(m_Digests.OfProof(question), now);
   if (entry != nullptr) {
     entry->proven_from = question.address;
     entry->proven_until = now + ProvenAgainMilliseconds;
@@ -381,11 +283,9 @@ bool Judge::IsReady() {
   if (m_Context.file.IsGone() || !Observe()) {
     return false;
   }
-  const Perenna::HTTPRequest request(Perenna::METH_GET, "/");
   CallWatch watch;
   watch.Silence();
-  m_Manager.TestUserIdAndPassword(request, nobody, {});
-  m_Manager.TestRequestForUser(request, nobody);
+  m_Credentials->AskForNobody();
   return !watch.Failed();
 }
 

@@ -68,6 +68,7 @@ Response AnswerProxy(const Verdict& verdict, const std::string& realm) {
   const Outcome outcome = verdict.What();
   Response response;
   response.status = StatusOf(outcome);
+  response.fields.reserve(4); // as many as there are at most
   response.fields.push_back({"X-Access-Outcome", OutcomeName(outcome)});
   response.fields.push_back({"X-Request-Id", verdict.request_id});
   if (outcome == Outcome::Allowed) {

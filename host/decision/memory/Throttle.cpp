@@ -1,4 +1,4 @@
-#include "host/decision/Throttle.h"
+#include "host/decision/memory/Throttle.h"
 
 #include <algorithm>
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <unordered_map>
 
-#include "host/decision/KeyedDigest.h"
+#include "host/decision/memory/KeyedDigest.h"
 #include "host/decision/Verdict.h"
 
 namespace Host {

@@ -1,4 +1,4 @@
-#include "host/decision/DecisionCache.h"
+#include "host/decision/memory/DecisionCache.h"
 
 namespace Host {
 

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <vector>
 
-#include "host/decision/KeyedDigest.h"
+#include "host/decision/memory/KeyedDigest.h"
 
 namespace Host {
 

@@ -1,4 +1,4 @@
-#include "host/decision/KeyedDigest.h"
+#include "host/decision/memory/KeyedDigest.h"
 
 #include <cstring>
 
