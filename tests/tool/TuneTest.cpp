@@ -166,6 +166,26 @@ TEST_F(Tune, ADecisionReadsOnlyTheUsersOwnFiltersHoweverManyThereAre) {
   }
 }
 
+// What is left in a log beside the file is missed by a copy of it, and comes back to life in another.
+TEST_F(Tune, CommandsLeaveNothingBesideTheFileHoweverTheyEnd) {
+  const std::string thumbprint(40, 'a');
+  ASSERT_EQ(Tool("tune").status, 0);
+  for (const Arguments& command :
+       std::vector<Arguments>{"group add g",
+                              "user list",
+                              "check root GET /",
+                              "user add root",
+                              "filter add none Allow GET ^/",
+                              "group ad",
+                              {"user", "add", "first", "--thumbprint", thumbprint},
+                              {"user", "set-certificate", "root", "--thumbprint", thumbprint}}) {
+    const ToolResult ended = Tool(command);
+    EXPECT_THAT(Names(Place()), ::testing::ElementsAre("access.db")) << ended.err;
+  }
+  Run({{{"user", "set-certificate", "root", "--thumbprint", thumbprint}, 1, "", "is that of user \"first\""}});
+  EXPECT_TRUE(Login("root", "root"));
+}
+
 TEST_F(Tune, EveryAnswerStaysTheSame) {
   const CaptureLog quiet;
   Fill(200); // in an order that is not that of the ids, with repetitions and everything that filters may hold
