@@ -66,9 +66,8 @@ std::string ThumbprintFromText(const std::string& text) {
   Perenna::X509Thumbprint thumbprint;
   if (!thumbprint.DecodeHex(digits.c_str()) && !thumbprint.DecodeBase64(bare.c_str())) {
     throw Failure(Failure::Kind::Input,
-                  "--thumbprint: " + Quoted(text) +
-                      " is not a SHA-1 thumbprint: 40 hexadecimal digits, with or without colons, "
-                      "or 28 characters of base64");
+                  Quoted(text) + " is not a SHA-1 thumbprint: 40 hexadecimal digits, with or without colons, "
+                                 "or 28 characters of base64");
   }
   return Canonical(thumbprint);
 }
@@ -79,14 +78,13 @@ std::string ThumbprintFromFile(const std::string& file) {
   in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   bytes.resize(static_cast<std::size_t>(in.gcount()));
   if (bytes.empty()) {
-    throw Failure(Failure::Kind::Input, "--certificate: cannot read " + Quoted(file) + ", or it is empty");
+    throw Failure(Failure::Kind::Input, "cannot read " + Quoted(file) + ", or it is empty");
   }
   Perenna::X509Certificate certificate;
   const auto* const der = reinterpret_cast<const Tarn::byte_t*>(bytes.data());
   if (certificate.DecodeDER(der, static_cast<unsigned>(bytes.size())).Failed() &&
       certificate.DecodePEM(bytes).Failed()) {
-    throw Failure(Failure::Kind::Input,
-                  "--certificate: " + Quoted(file) + " holds no X.509 certificate in PEM or DER form");
+    throw Failure(Failure::Kind::Input, Quoted(file) + " holds no X.509 certificate in PEM or DER form");
   }
   return Canonical(certificate.Thumbprint());
 }

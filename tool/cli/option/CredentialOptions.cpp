@@ -23,6 +23,19 @@ void CredentialOptions::AddCertificateTo(CLI::App& command) {
       ->excludes(text);
 }
 
+namespace {
+
+/// The directory knows nothing of options: whoever reads the message does.
+std::string OfOption(const char* option, std::string (*read)(const std::string&), const std::string& value) {
+  try {
+    return read(value);
+  } catch (const Failure& failure) {
+    throw Failure(failure.What(), std::string(option) + ": " + failure.what());
+  }
+}
+
+} // namespace
+
 Credential CredentialOptions::Read(const std::string& user_id) const {
   const bool names_password = password_stdin || !password_file.empty();
   if (names_password && IsCertificate()) {
@@ -30,9 +43,9 @@ Credential CredentialOptions::Read(const std::string& user_id) const {
   }
   Credential credential;
   if (!thumbprint.empty()) {
-    credential.thumbprint = ThumbprintFromText(thumbprint);
+    credential.thumbprint = OfOption("--thumbprint", ThumbprintFromText, thumbprint);
   } else if (!certificate_file.empty()) {
-    credential.thumbprint = ThumbprintFromFile(certificate_file);
+    credential.thumbprint = OfOption("--certificate", ThumbprintFromFile, certificate_file);
   } else if (names_password) {
     credential.password.emplace(ReadPasswordFile(password_stdin ? "-" : password_file));
   } else {
