@@ -91,6 +91,7 @@ struct Administration::Job {
   std::string request_id;
   std::string caller;
   std::string address;
+  std::shared_ptr<Admission> admission;
   Handler::Answerer answer;
   Clock::time_point begin;
 };
@@ -142,7 +143,7 @@ std::optional<Response> Administration::Handle(EndpointContext& endpoint, Reques
   if (admission == nullptr) {
     admission = Admit(endpoint, request, IsForKnown(match));
   } else if (admission->is_admitted) {
-    JudgeAgain(endpoint, *admission, IsForKnown(match));
+    JudgeAgain(endpoint.judge, m_Context.configuration, *admission, IsForKnown(match));
   }
   endpoint.Record(admission->verdict);
   const std::string& request_id = admission->question.request_id;
@@ -164,6 +165,7 @@ std::optional<Response> Administration::Handle(EndpointContext& endpoint, Reques
   job->caller = admission->Caller();
   job->address = admission->question.address;
   job->begin = Clock::now();
+  job->admission = admission;
   const bool is_batch = job->match.route != nullptr && job->match.route->form == BodyForm::Calls;
   Lane& lane = is_batch ? m_Batches : m_Calls;
   const std::lock_guard<std::mutex> hold(m_Mutex);
@@ -214,6 +216,16 @@ Response Administration::Answer(Job& job, std::unique_ptr<Judge>& judge) {
   try {
     if (judge == nullptr) {
       judge = std::make_unique<Judge>(m_Context.decisions);
+    }
+    // It may have waited behind an import that took the caller's rights. Who he is was proven.
+    Credentials& credentials = job.admission->question.credentials;
+    credentials = {};
+    credentials.kind = Credentials::Kind::Known;
+    credentials.user_id = job.caller;
+    judge->BeginGroup();
+    JudgeAgain(*judge, m_Context.configuration, *job.admission, IsForKnown(job.match));
+    if (!job.admission->is_admitted) {
+      return ProblemAnswer(Host::ProblemOf(*job.admission, m_Context.configuration), job.request_id);
     }
     call.emplace(Call{m_Context, *judge, job.caller, job.address, job.request_id, job.request.target, job.match.path});
     const Route* const route = job.match.route;

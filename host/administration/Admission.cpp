@@ -53,18 +53,18 @@ std::shared_ptr<Admission> Admit(EndpointContext& context, const Request& reques
     question.credentials =
         ReadCredentials(request, origin, context.decisions.self_calls, context.configuration.anonymous_user_id);
   }
-  JudgeAgain(context, *admission, known);
+  JudgeAgain(context.judge, context.configuration, *admission, known);
   return admission;
 }
 
-void JudgeAgain(EndpointContext& context, Admission& admission, bool known) {
+void JudgeAgain(Judge& judge, const Configuration& configuration, Admission& admission, bool known) {
   const std::string& fault = admission.fault.empty() ? admission.target_fault : admission.fault;
   if (!fault.empty()) {
-    admission.verdict = context.judge.Malformed(admission.question, fault);
+    admission.verdict = judge.Malformed(admission.question, fault);
     return;
   }
   Verdict& verdict = admission.verdict;
-  verdict = context.judge.Decide(admission.question);
+  verdict = judge.Decide(admission.question);
   const Outcome outcome = verdict.What();
   const bool is_anonymous = admission.question.credentials.kind == Credentials::Kind::Anonymous;
   admission.is_known = (outcome == Outcome::Allowed || outcome == Outcome::Refused) && !is_anonymous;
@@ -76,7 +76,7 @@ void JudgeAgain(EndpointContext& context, Admission& admission, bool known) {
     } else if (is_anonymous && outcome == Outcome::Allowed) {
       SetJudgement(verdict, Outcome::Unauthenticated, "refused: there are no credentials");
     }
-  } else if (outcome == Outcome::Allowed && !Holds(verdict.judgement->groups, context.configuration.administrators)) {
+  } else if (outcome == Outcome::Allowed && !Holds(verdict.judgement->groups, configuration.administrators)) {
     SetJudgement(verdict, is_anonymous ? Outcome::Unauthenticated : Outcome::Refused,
                  "refused: the user does not belong to the group of administrators");
   } else {

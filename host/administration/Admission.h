@@ -26,8 +26,8 @@ struct Admission {
 /// every user is admitted. Recorded by `Record` once it is final.
 std::shared_ptr<Admission> Admit(EndpointContext& context, const Request& request, bool known);
 
-/// Judges anew with what was read: the directory may have changed while a body came.
-void JudgeAgain(EndpointContext& context, Admission& admission, bool known);
+/// Judges anew with what was read: the directory may have changed while a body came, or while the request waited.
+void JudgeAgain(Judge& judge, const Configuration& configuration, Admission& admission, bool known);
 
 /// What one who is not admitted is answered.
 Problem ProblemOf(const Admission& admission, const Configuration& configuration);

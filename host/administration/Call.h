@@ -34,8 +34,8 @@ struct Call {
   std::string caller; ///< the user's id
   std::string address;
   std::string request_id;
-  std::string target;                       ///< of an OPTIONS request
-  std::map<std::string, std::string> path;  ///< by the names in the route
+  std::string target;                            ///< of an OPTIONS request
+  std::map<std::string, std::string> path;       ///< by the names in the route
   std::map<std::string, std::string> query = {}; ///< decoded; of those that were given
   AccessDirectory::Json body = nullptr;
   std::string text = {}; ///< the body as it came, for `BodyForm::Directory`

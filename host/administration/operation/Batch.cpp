@@ -67,7 +67,11 @@ Reply Batch(Call& call) {
   for (const Item& item : items) {
     SelfClient::Answer answer;
     for (int attempt = 0; attempt < 2 && (attempt == 0 || answer.status == 401); ++attempt) {
-      answer = client.Call(item.method, item.path, item.body, call.context.decisions.self_calls.Stamp(call.caller));
+      try {
+        answer = client.Call(item.method, item.path, item.body, call.context.decisions.self_calls.Stamp(call.caller));
+      } catch (const Refusal& refusal) { // what was done before it is told
+        answer = {refusal.What().status, {{"status", refusal.What().status}, {"detail", refusal.What().detail}}};
+      }
     }
     answers.push_back({{"status", answer.status}, {"body", std::move(answer.body)}});
   }

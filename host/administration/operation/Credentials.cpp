@@ -35,6 +35,11 @@ void RequireOwn(Database& database, const Credential& credential, const std::str
   }
 }
 
+std::string StoredValue(Database& database, const std::string& user_id) {
+  const auto values = database.Texts("SELECT CAST(auth_value AS TEXT) FROM users WHERE user_id = ?", {user_id});
+  return values.empty() ? std::string() : values.front();
+}
+
 /// Whether the caller's password is `password`; a wrong one counts as a failed login.
 void RequirePassword(Call& call, const std::string& password) {
   Question question;
@@ -91,11 +96,15 @@ void RequireOwnThumbprint(Call& call, const Credential& credential, const std::s
   }
 }
 
-void StoreCredential(Call& call, const std::string& user_id, const Credential& credential) {
+void StoreCredential(Call& call, const std::string& user_id, const Credential& credential,
+                     const std::optional<std::string>& proven) {
   const std::string value = credential.StoredValue(); // takes its time; not while the file is locked
   Change change(call);
   Database& database = change.TheDatabase();
   change.RequireMatch(RequireUser(call, database, user_id).etag);
+  if (proven && StoredValue(database, user_id) != *proven) {
+    Refuse(409, "the password was changed meanwhile");
+  }
   RequireOwn(database, credential, user_id);
   database.Run("UPDATE users SET auth_method = ?, auth_value = ? WHERE user_id = ?",
                {credential.Method(), value, user_id});
@@ -114,9 +123,13 @@ Reply GetMe(Call& call) {
 
 Reply PutMyCredential(Call& call) {
   call.done = {{"operation", "change own password"}, {"user_id", AccessDirectory::JsonText(call.caller)}};
+  const std::string stored = [&call] { // before it is proven
+    Database database(call.File(), Database::Access::Read);
+    return StoredValue(database, call.caller);
+  }();
   RequirePassword(call, *call.Text("current_password"));
   call.body.erase("current_password");
-  StoreCredential(call, call.caller, CredentialOf(call));
+  StoreCredential(call, call.caller, CredentialOf(call), stored);
   return {204};
 }
 

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <optional>
+#include <string>
+
 #include "directory/credential/Credential.h"
 #include "host/administration/Call.h"
 
@@ -11,7 +14,9 @@ AccessDirectory::Credential CredentialOf(const Call& call);
 /// Refuses with 409 a certificate by which another user is known: his rights would be used, or taken away.
 void RequireOwnThumbprint(Call& call, const AccessDirectory::Credential& credential, const std::string& user_id);
 
-/// Replaces a user's credential in one step; honours `If-Match`.
-void StoreCredential(Call& call, const std::string& user_id, const AccessDirectory::Credential& credential);
+/// Replaces a user's credential in one step; honours `If-Match`. With `proven`, the stored value that the caller has
+/// shown to know, only as long as that is stored: who knows an old password must not undo its being reset.
+void StoreCredential(Call& call, const std::string& user_id, const AccessDirectory::Credential& credential,
+                     const std::optional<std::string>& proven = std::nullopt);
 
 } // namespace Host
