@@ -79,8 +79,8 @@ private:
   Peer m_Peer;
   RequestReader m_Reader;
   std::unique_ptr<Request> m_Request; // that is being answered
-  std::string m_Unsent;       // the answer that the socket did not take at once
-  std::size_t m_UnsentAt = 0; // how far it has taken it since
+  std::string m_Unsent;               // the answer that the socket did not take at once
+  std::size_t m_UnsentAt = 0;         // how far it has taken it since
   Clock::time_point m_Deadline;
   Place m_Place;
   State m_State = State::Idle;
