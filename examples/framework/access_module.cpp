@@ -21,7 +21,7 @@ public:
   void Use(const framework& framework) { m_Log = framework.log; }
   void VLog(Tarn::LogType_t level, const char* format, std::va_list arguments) override {
     std::array<char, LineBytes> text{};
-    std::vsnprintf(text.data(), text.size(), format, arguments);
+    static_cast<void>(std::vsnprintf(text.data(), text.size(), format, arguments));
     if (level == Tarn::LOG_DEBUG || m_Log == nullptr) {
       return;
     }

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "host/caller/Credentials.h"
+#include "host/endpoint/ProxyAnswer.h"
 #include "host/http/Target.h"
 
 namespace Host {
@@ -20,15 +21,6 @@ void SetJudgement(Verdict& verdict, Outcome outcome, const char* reason) {
   judgement->reason = reason;
   judgement->decider.reset();
   verdict.judgement = std::move(judgement);
-}
-
-/// RFC 9110, section 5.6.4.
-std::string QuotedString(const std::string& text) {
-  std::string quoted = "\"";
-  for (const char byte : text) {
-    quoted += byte == '"' || byte == '\\' ? std::string{'\\', byte} : std::string{byte};
-  }
-  return quoted + '"';
 }
 
 } // namespace
@@ -96,7 +88,7 @@ Problem ProblemOf(const Admission& admission, const Configuration& configuration
             "no credentials, or wrong ones",
             {},
             {{"WWW-Authenticate", (admission.from_page ? "Page realm=" : "Basic realm=") + // a scheme without a dialog
-                                      QuotedString(configuration.auth_realm) +
+                                      HeaderText(configuration.auth_realm) +
                                       (admission.from_page ? "" : ", charset=\"UTF-8\"")}}};
   case Outcome::Throttled:
     return {429, "too many failed logins", {}, {{"Retry-After", retry}}};

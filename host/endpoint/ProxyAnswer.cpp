@@ -22,8 +22,9 @@ unsigned StatusOf(Outcome outcome) noexcept {
   return 503;
 }
 
-/// RFC 9110, section 5.6.4.
-std::string QuotedString(const std::string& text) {
+} // namespace
+
+std::string HeaderText(const std::string& text) {
   std::string quoted = "\"";
   for (const char byte : text) {
     if (byte == '"' || byte == '\\') {
@@ -33,8 +34,6 @@ std::string QuotedString(const std::string& text) {
   }
   return quoted + '"';
 }
-
-} // namespace
 
 Verdict JudgeForProxy(const OriginReader& origins, const TargetForm& form, DecisionContext& decisions, Judge& judge,
                       const Request& request, ForwardedRequest forwarded) {
@@ -76,7 +75,7 @@ Response AnswerProxy(const Verdict& verdict, const std::string& realm) {
     response.fields.push_back({"Remote-User", verdict.judgement->user_id});
     response.fields.push_back({"Remote-Groups", verdict.judgement->groups});
   } else if (outcome == Outcome::Unauthenticated) {
-    response.fields.push_back({"WWW-Authenticate", "Basic realm=" + QuotedString(realm) + ", charset=\"UTF-8\""});
+    response.fields.push_back({"WWW-Authenticate", "Basic realm=" + HeaderText(realm) + ", charset=\"UTF-8\""});
   } else if (verdict.retry_after_seconds > 0) {
     response.fields.push_back({"Retry-After", std::to_string(verdict.retry_after_seconds)});
   }

@@ -9,6 +9,9 @@
 
 namespace Host {
 
+/// A text between quotes, as header fields have it (RFC 9110, section 5.6.4: quoted-string).
+std::string HeaderText(const std::string& text);
+
 /// Judges the request that a proxy asks about. The asking request has to come from a proxy; what is malformed is not
 /// asked about. Throws nothing but for lack of memory.
 Verdict JudgeForProxy(const OriginReader& origins, const TargetForm& form, DecisionContext& decisions, Judge& judge,
