@@ -12,7 +12,7 @@
 namespace Host {
 
 /// A user or a group as it is shown, and the tag (RFC 9110, 8.8.3) of its state, credentials included.
-struct Entity {
+struct Entity { // NOLINT(bugprone-exception-escape): moving JSON allocates nothing
   AccessDirectory::Json json;
   std::string etag;
 };
