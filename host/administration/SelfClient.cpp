@@ -41,7 +41,7 @@ std::string Chosen(const std::vector<std::string>& listening) {
 }
 
 /// An address that means every one of the machine is reached at loopback.
-std::string Reachable(std::string address) {
+std::string Reachable(const std::string& address) {
   if (Begins(address, "0.0.0.0:")) {
     return "127.0.0.1" + address.substr(address.find(':'));
   }

@@ -15,7 +15,7 @@ constexpr std::size_t MostCalls = 100;
 constexpr std::string_view Beginning = "/access/";
 constexpr std::string_view ItsOwnPath = "/access/batch";
 
-struct Item {
+struct Item { // NOLINT(bugprone-exception-escape): moving JSON allocates nothing
   std::string method;
   std::string path;
   Json body;
@@ -23,7 +23,8 @@ struct Item {
 
 /// A call of the administration, by the caller, to this host: nothing else can be said in an item.
 Item ItemOf(const Call& call, const Json& json, std::size_t number) {
-  const std::string where = "item " + std::to_string(number) + ": ";
+  std::string where = "item ";
+  where.append(std::to_string(number)).append(": ");
   Item item;
   if (!json.is_object()) {
     Refuse(400, where + "it is not an object");

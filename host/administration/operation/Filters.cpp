@@ -10,7 +10,6 @@
 namespace Host {
 
 using AccessDirectory::Database;
-using AccessDirectory::Field;
 using AccessDirectory::Json;
 using AccessDirectory::JsonText;
 using AccessDirectory::Quoted;
