@@ -18,11 +18,11 @@ constexpr double MaximumSeconds = 0.75;
 constexpr double MaximumBytes = 480.0 * 1024 * 1024;
 /// Of the C library's nodes, with their part of its syntax tree.
 constexpr double ElementBytes = 400;
-/// Of its lists of nodes that are reachable without matching a byte; of the lists in both directions that it makes for
-/// a pattern with groups.
-constexpr double ListedBytes = 8;
+/// Of its lists of nodes that are reachable without matching a byte, and of those in the other direction, grown by
+/// doubling, that it makes for a pattern with groups.
+constexpr double ReservedBytes = 4;
 constexpr double ListedSeconds = 5e-9;
-constexpr double ListedBothWaysBytes = 14;
+constexpr double ListedBackBytes = 7;
 constexpr double ListedBothWaysSeconds = 13e-9;
 
 /// Sees at a glance that a pattern cannot be costly: short, loops over single characters only, few of them, with
@@ -151,7 +151,8 @@ const char* JudgeTree(const Tree& tree) {
   const bool groups = tree.Groups() > 0;
   const Needs limit{MaximumSeconds - listed * (groups ? ListedBothWaysSeconds : ListedSeconds),
                     MaximumBytes - static_cast<double>(network.Size()) * ElementBytes -
-                        listed * (groups ? ListedBothWaysBytes : ListedBytes)};
+                        static_cast<double>(network.ReservedNodes()) * ReservedBytes -
+                        (groups ? listed * ListedBackBytes : 0)};
   States states(tree, network);
   const std::size_t longest = LongestMatch(tree);
   const Needs bound = states.Bound(SubjectBytes, longest);

@@ -40,7 +40,7 @@ public:
     std::uint8_t ways = 0;         ///< how many of `next`
     std::uint8_t conditions = 0;
     bool consumes = false;
-    bool repeated = false;         ///< a copy, also of what a repetition writes out
+    bool repeated = false;         ///< a copy, also of what a repetition writes out but for the bounds of groups
     bool lists_conditions = false; ///< whether any of those `listed` has conditions
   };
 
@@ -56,11 +56,14 @@ public:
 
   /// The sum of `Node::listed`.
   std::size_t ListedNodes() const noexcept { return m_listed; }
+  /// How many the C library takes memory for.
+  std::size_t ReservedNodes() const noexcept { return m_reserved; }
 
 private:
   std::vector<Node> m_nodes;
   std::uint32_t m_start = 0;
   std::size_t m_listed = 0;
+  std::size_t m_reserved = 0;
   bool m_complete = false;
 };
 

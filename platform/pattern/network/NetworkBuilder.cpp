@@ -1,6 +1,7 @@
 #include "NetworkBuilder.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Perenna::Pattern {
 
@@ -14,6 +15,34 @@ bool RepeatsNothing(const Tree& tree, NodeIndex index) {
     index = tree[index].first_child;
   }
   return false;
+}
+
+/// The node that the C library has for a part once what is written around it without a meaning is gone.
+NodeIndex Bare(const Tree& tree, NodeIndex index) {
+  const Node& node = tree[index];
+  if (node.kind == Kind::Repetition && node.minimum == 1 && node.maximum == 1) {
+    return Bare(tree, node.first_child);
+  }
+  if (node.kind == Kind::Concatenation) {
+    NodeIndex only = NoNode;
+    for (NodeIndex child = node.first_child; child != NoNode; child = tree[child].next_sibling) {
+      if (RepeatsNothing(tree, child)) {
+        continue;
+      }
+      if (only != NoNode) {
+        return index;
+      }
+      only = child;
+    }
+    return only == NoNode ? index : Bare(tree, only);
+  }
+  return index;
+}
+
+/// What a group holds. A group that is all another one holds is left out.
+NodeIndex BodyOf(const Tree& tree, const Node& group) {
+  const Node& inner = tree[Bare(tree, group.first_child)];
+  return inner.kind == Kind::Group ? inner.first_child : group.first_child;
 }
 
 std::uint8_t ConditionsOf(Assertion assertion) {
@@ -48,6 +77,11 @@ std::uint32_t NetworkBuilder::Build() {
     for (std::uint32_t& next : node.next) {
       next = next == NoNode ? NoNode : last - next;
     }
+    // Ways are a set, in the order of the nodes that they lead to.
+    if (node.ways == 2 && node.next[0] >= node.next[1]) {
+      std::swap(node.next[0], node.next[1]);
+      node.ways = node.next[0] == node.next[1] ? 1 : 2;
+    }
   }
   return last - start;
 }
@@ -59,6 +93,13 @@ std::uint32_t NetworkBuilder::Add(std::uint8_t ways, std::uint32_t first, std::u
   node.repeated = m_repeating;
   m_nodes.push_back(node);
   return static_cast<std::uint32_t>(m_nodes.size() - 1);
+}
+
+/// The begin or the end of a group, which the C library makes when repetitions are written out already.
+std::uint32_t NetworkBuilder::AddBoundary(std::uint32_t next) {
+  const std::uint32_t node = Add(1, next);
+  m_nodes[node].repeated = false;
+  return node;
 }
 
 std::uint32_t NetworkBuilder::AddAssertion(std::uint8_t conditions, std::uint32_t next) {
@@ -76,7 +117,7 @@ std::uint32_t NetworkBuilder::Build(NodeIndex index, std::uint32_t next) {
   case Kind::Assertion:
     return BuildAssertion(part.assertion, next);
   case Kind::Group:
-    return Add(1, Build(part.first_child, Add(1, next)));
+    return AddBoundary(Build(BodyOf(m_tree, part), AddBoundary(next)));
   case Kind::Concatenation: {
     const auto children = Children(part);
     for (auto child = children.rbegin(); child != children.rend(); ++child) {

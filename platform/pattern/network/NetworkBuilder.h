@@ -18,6 +18,7 @@ public:
 
 private:
   std::uint32_t Add(std::uint8_t ways, std::uint32_t first = NoNode, std::uint32_t second = NoNode);
+  std::uint32_t AddBoundary(std::uint32_t next);
   std::uint32_t AddAssertion(std::uint8_t conditions, std::uint32_t next);
   std::uint32_t Build(NodeIndex index, std::uint32_t next);
   std::vector<NodeIndex> Children(const Node& part) const;

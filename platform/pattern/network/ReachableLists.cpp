@@ -22,7 +22,7 @@ bool AreApart(const Network::Node& one, const Network::Node& other) {
 
 } // namespace
 
-bool ReachableLists::Make(std::size_t& listed) {
+bool ReachableLists::Make(std::size_t& listed, std::size_t& reserved) {
   m_state.assign(m_nodes.size(), State::Unknown);
   m_exact.assign(m_nodes.size(), false);
   for (std::uint32_t node = 0; node < m_nodes.size(); ++node) {
@@ -30,7 +30,7 @@ bool ReachableLists::Make(std::size_t& listed) {
       return false;
     }
   }
-  listed = 0;
+  listed = reserved = 0;
   std::vector<std::uint32_t> seen_from(m_nodes.size(), NoNode);
   for (std::uint32_t node = 0; node < m_nodes.size(); ++node) {
     if (!m_exact[node]) {
@@ -41,7 +41,25 @@ bool ReachableLists::Make(std::size_t& listed) {
       return false;
     }
   }
+  for (const Network::Node& node : m_nodes) {
+    reserved += Reserved(node);
+  }
   return true;
+}
+
+/// The entries for which the C library takes memory to list what a node reaches. It merges one way's list after the
+/// other into the node's, and makes room for twice both where the room left might not do.
+std::size_t ReachableLists::Reserved(const Network::Node& node) const {
+  std::size_t room = node.ways + std::size_t{1};
+  std::size_t entries = 1;
+  for (std::uint8_t way = 0; way < node.ways; ++way) {
+    const std::size_t merged = m_nodes[node.next[way]].listed;
+    if (room < 2 * merged + entries) {
+      room = 2 * (merged + room);
+    }
+    entries += merged;
+  }
+  return room;
 }
 
 /// Walks to what can be reached, since some of it can be in several ways.

@@ -14,13 +14,15 @@ class ReachableLists {
 public:
   explicit ReachableLists(std::vector<Network::Node>& nodes) : m_nodes(nodes) {}
 
-  /// Adds the copies, and says of each node what it lists; `listed` is the sum. False when it grows too much.
-  bool Make(std::size_t& listed);
+  /// Adds the copies, and says of each node what it lists; `listed` is the sum, `reserved`
+  /// the entries that the C library takes memory for to list them. False when it grows too much.
+  bool Make(std::size_t& listed, std::size_t& reserved);
 
 private:
   enum class State : std::uint8_t { Unknown, Listing, Listed };
 
   void Count(std::uint32_t start, std::vector<std::uint32_t>& seen_from);
+  std::size_t Reserved(const Network::Node& node) const;
   bool AddUp(std::uint32_t index);
   bool TakeSteps(std::size_t steps);
   bool ListFrom(std::uint32_t start);
