@@ -90,10 +90,19 @@ std::vector<std::pair<Shown, std::string>> RunSession(const std::string& documen
   const TemporaryDirectory directory;
   const std::string tool = PERENNA_ACCESS_TOOL;
   std::ofstream script(directory.File("session.sh"));
-  script << "cd '" << directory.Path() << "' && mkdir work && cd work\nexport NO_COLOR=1 LC_ALL=C PATH='"
-         << tool.substr(0, tool.rfind('/')) << "':\"$PATH\":/usr/sbin PERENNA='" << PERENNA_SOURCE_DIR << "'\n";
+  // The ports of the example are other people's: both it and the commands get free ones.
+  script << "set -e; cd '" << directory.Path() << "'; mkdir work examples; cp -r '" << PERENNA_SOURCE_DIR
+         << "/examples/nginx' examples\n"
+         << R"(port() { python3 -c 'import socket; s = socket.socket(); s.bind(("", 0)); print(s.getsockname()[1])'; }
+sed -i "s/:8480/:$(port)/; s/:8443/:$(port)/" examples/nginx/nginx.conf
+site=$(sed -n 's/.*listen 127.0.0.1:\([0-9]*\);/\1/p' examples/nginx/nginx.conf)
+set +e; cd work
+)"
+         << "export NO_COLOR=1 LC_ALL=C PATH='" << tool.substr(0, tool.rfind('/')) << "':\"$PATH\":/usr/sbin PERENNA='"
+         << directory.Path() << "'\n";
   for (std::size_t i = 0; i < steps.size(); ++i) {
-    script << "printf '" << Marker(i).substr(0, Marker(i).size() - 1) << "\\n'\n" << steps[i].command;
+    script << "printf '" << Marker(i).substr(0, Marker(i).size() - 1) << "\\n'\n"
+           << std::regex_replace(steps[i].command, std::regex("127\\.0\\.0\\.1:8480"), "127.0.0.1:\"$$site\"");
   }
   script.close();
   const std::string printed = Normalised(RunAtTerminal({"/bin/sh", directory.File("session.sh")}, Dialogue(steps)).out);
