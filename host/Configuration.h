@@ -96,6 +96,8 @@ Configuration ReadConfiguration(const std::string& file);
 struct DirectoryPart {
   std::string database_filename; ///< absolute
   std::string administrators;
+  TargetPart target = TargetPart::Path;
+  std::vector<std::string> target_allows;
 };
 /// Of the rest only the names are checked, so that a directory can be repaired while the host's own part is being
 /// written. Throws as `ReadConfiguration`.

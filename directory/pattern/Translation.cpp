@@ -166,7 +166,8 @@ private:
 
   Part ReadSet(const Node& node) {
     const std::string text = m_Pattern.substr(node.span.begin, node.span.end - node.span.begin);
-    if (text.front() == '[' && (text.find("[.") != std::string::npos || text.find("[=") != std::string::npos)) {
+    // What opens the list does not count.
+    if (text.front() == '[' && (text.find("[.", 1) != std::string::npos || text.find("[=", 1) != std::string::npos)) {
       return Refuse("a collating element or an equivalence class (\"[.a.]\", \"[=a=]\")");
     }
     return Everywhere(Automaton::OneOf(m_Tree.Characters(node)), false);

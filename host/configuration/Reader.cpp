@@ -204,12 +204,15 @@ Configuration ReadConfiguration(const std::string& file) {
 DirectoryPart ReadDirectoryPart(const std::string& file) {
   const Configuration configuration = ReadWith(file, [](Configuration& part, const Json& root) {
     for (const ConfigurationKey& key : ConfigurationKeys()) {
-      if (key.Path() == "LocalAccessManager.DatabaseFilename" || key.Path() == "Host.Administrators") {
+      const std::string path = key.Path();
+      if (path == "LocalAccessManager.DatabaseFilename" || path == "Host.Administrators" || path == "Host.Target" ||
+          path == "Host.TargetAllows") {
         Store(part, root, key);
       }
     }
   });
-  return {configuration.database_filename, configuration.administrators};
+  return {configuration.database_filename, configuration.administrators, configuration.target,
+          configuration.target_allows};
 }
 
 } // namespace Host

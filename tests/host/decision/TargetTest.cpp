@@ -2,9 +2,12 @@
 
 #include "host/http/Target.h"
 
+#include <random>
+
 #include <gtest/gtest.h>
 
 #include "directory/Failure.h"
+#include "host/http/TargetRules.h"
 
 namespace Host {
 
@@ -84,6 +87,26 @@ TEST(Target, MayHoldASpellingThatIsAllowedButNeverClimbs) {
   }
   for (const char* const spelling : {"", "%", "%2f", "%00", "%0A", "%7F", "%2E", "@", "%2F%2F", ";;"}) {
     EXPECT_THROW(TargetForm({spelling}), AccessDirectory::Failure) << spelling;
+  }
+}
+
+TEST(Target, LanguageHoldsWhatIsAdmittedAndNothingElse) {
+  const char* const pieces[] = {"/", "/", ".", "..", "a", ";", "%2F", "%5C", "%3B", "%40", "%20", "%c3", "?", "#", "*"};
+  std::mt19937 random(3); // NOLINT(cert-msc32-c,cert-msc51-cpp): the same every time
+  for (const std::vector<std::string>& allows :
+       {std::vector<std::string>{}, {";"}, {"%2F"}, {"%2F", ";"}, {"%5C", "%3B", "%40"}}) {
+    const AccessDirectory::TargetRules rules = TargetRulesOf(true, allows);
+    const AccessDirectory::Automaton language = AccessDirectory::TargetLanguage(rules);
+    int admitted = 0;
+    for (int i = 0; i < 4000; ++i) {
+      std::string target = "/";
+      for (auto length = random() % 7; length > 0; --length) {
+        target += pieces[random() % std::size(pieces)];
+      }
+      EXPECT_EQ(language.Accepts(target), rules.admits(target)) << target << " " << allows.size();
+      admitted += rules.admits(target) ? 1 : 0;
+    }
+    EXPECT_GT(admitted, 200);
   }
 }
 
