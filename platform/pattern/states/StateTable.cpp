@@ -10,9 +10,13 @@ constexpr std::size_t FirstBuckets = 256;
 constexpr std::size_t MaximumStates = 1U << 16U;
 constexpr std::size_t MaximumWords = 4U << 20U; ///< 64 MiB
 
+constexpr std::size_t MaximumLooks = 4000000; ///< at places in the table: nobody makes all states meet in one
+
+/// Every bit of the value decides on every bit of what it becomes (the finisher of the generator splitmix64).
 std::uint64_t Mixed(std::uint64_t value) {
-  value *= 0x9E3779B97F4A7C15U;
-  return value ^ value >> 29U;
+  value = (value ^ value >> 30U) * 0xBF58476D1CE4E5B9U;
+  value = (value ^ value >> 27U) * 0x94D049BB133111EBU;
+  return value ^ value >> 31U;
 }
 
 } // namespace
@@ -36,17 +40,18 @@ std::uint32_t StateTable::Add(const NodeSet& nodes, const std::vector<std::uint6
   state.words = m_words.size() - state.begin;
   state.hash = Mixed(static_cast<std::uint64_t>(context) + 1);
   for (std::size_t place = state.begin; place < m_words.size(); ++place) {
-    state.hash = Mixed(state.hash + m_words[place].index) ^ Mixed(m_words[place].nodes);
+    state.hash = Mixed(state.hash + m_words[place].index + m_words[place].nodes * 0x9E3779B97F4A7C15U);
   }
   const std::size_t mask = m_buckets.size() - 1;
   std::size_t bucket = state.hash & mask;
   for (; m_buckets[bucket] != NoState; bucket = (bucket + 1) & mask) {
+    ++m_looks;
     if (IsSame(m_states[m_buckets[bucket]], state)) {
       m_words.resize(state.begin);
       return m_buckets[bucket];
     }
   }
-  if (m_states.size() >= MaximumStates || m_words.size() > MaximumWords) {
+  if (m_states.size() >= MaximumStates || m_words.size() > MaximumWords || m_looks > MaximumLooks) {
     return NoState;
   }
   m_buckets[bucket] = static_cast<std::uint32_t>(m_states.size());
