@@ -96,8 +96,10 @@ Configuration ReadConfiguration(const std::string& file);
 struct DirectoryPart {
   std::string database_filename; ///< absolute
   std::string administrators;
+  std::string anonymous_user_id; ///< empty: nobody
   TargetPart target = TargetPart::Path;
   std::vector<std::string> target_allows;
+  std::string administration_log; ///< empty: not written
 };
 /// Of the rest only the names are checked, so that a directory can be repaired while the host's own part is being
 /// written. Throws as `ReadConfiguration`.

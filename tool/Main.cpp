@@ -71,6 +71,7 @@ public:
     Tool::AddFilterCommands(m_App, m_Context);
     Tool::AddCheckCommands(m_App, m_Context);
     Tool::AddWhoCommand(m_App, m_Context);
+    Tool::AddReplayCommands(m_App, m_Context);
     Tool::AddLintCommand(m_App, m_Context);
     Tool::AddTuneCommand(m_App, m_Context);
     Tool::AddServeCommand(m_App, m_Context);

@@ -202,17 +202,22 @@ Configuration ReadConfiguration(const std::string& file) {
 }
 
 DirectoryPart ReadDirectoryPart(const std::string& file) {
+  static const std::set<std::string> keys = {"LocalAccessManager.DatabaseFilename",
+                                             "LocalAccessManager.AnonymousUserId",
+                                             "Host.Administrators",
+                                             "Host.Target",
+                                             "Host.TargetAllows",
+                                             "Host.Log.Administration"};
   const Configuration configuration = ReadWith(file, [](Configuration& part, const Json& root) {
     for (const ConfigurationKey& key : ConfigurationKeys()) {
-      const std::string path = key.Path();
-      if (path == "LocalAccessManager.DatabaseFilename" || path == "Host.Administrators" || path == "Host.Target" ||
-          path == "Host.TargetAllows") {
+      if (keys.count(key.Path()) != 0) {
         Store(part, root, key);
       }
     }
   });
-  return {configuration.database_filename, configuration.administrators, configuration.target,
-          configuration.target_allows};
+  return {configuration.database_filename, configuration.administrators,
+          configuration.anonymous_user_id, configuration.target,
+          configuration.target_allows,     configuration.log.administration};
 }
 
 } // namespace Host

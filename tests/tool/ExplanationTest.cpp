@@ -10,6 +10,7 @@
 #include "ToolDirectory.h"
 #include "directory/explain/Explanation.h"
 #include "directory/explain/WhoMay.h"
+#include "directory/replay/Policy.h"
 
 namespace Testing {
 namespace {
@@ -95,6 +96,20 @@ protected:
     }
   }
 
+  /// The rules in memory give the same answers, by the same filters.
+  static void CompareWithPolicy(AccessDirectory::Policy& policy, const Perenna::HTTPRequest& asked,
+                                const std::string& user, const AccessDirectory::Explanation& explanation) {
+    const auto verdict = policy.Judge(user, asked.Method(), asked.URL());
+    const bool settled = !explanation.filters.empty() && explanation.filters.front().decides;
+    const auto* const decider = settled ? &explanation.filters.front() : explanation.InDoubt();
+    EXPECT_EQ(verdict.allowed, explanation.allowed);
+    EXPECT_EQ(verdict.undecided, !settled && decider != nullptr);
+    ASSERT_EQ(verdict.decider == nullptr, decider == nullptr);
+    if (decider != nullptr) {
+      EXPECT_EQ((Texts{verdict.decider->group, verdict.decider->pattern}), (Texts{decider->group, decider->pattern}));
+    }
+  }
+
   /// What repeats a run: PERENNA_TEST_SEED in the environment.
   std::string Seed() const { return "PERENNA_TEST_SEED=" + std::to_string(m_Seed); }
 
@@ -111,6 +126,7 @@ TEST_F(ExplanationProperty, AgreesWithTheModule) {
   int verdicts[] = {0, 0};
   for (int directory = 0; directory < Directories && !HasFailure(); ++directory) {
     Generate();
+    AccessDirectory::Policy policy(database);
     for (int request = 0; request < RequestsToEach && !HasFailure(); ++request) {
       const Perenna::HTTPRequest asked = AnyRequest();
       const std::string& user = One(Users);
@@ -125,6 +141,7 @@ TEST_F(ExplanationProperty, AgreesWithTheModule) {
                               : 0)
           << explanation.Reason();
       CompareWithWho(module, database, asked);
+      CompareWithPolicy(policy, asked, user, explanation);
     }
   }
   EXPECT_GT(verdicts[0], Directories);

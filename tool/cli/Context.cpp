@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "host/Configuration.h"
 #include "tool/cli/option/Validators.h"
 #include "tool/terminal/Table.h"
 
@@ -25,6 +24,7 @@ void Context::AddGlobalOptions(CLI::App& app) {
       ->check(NotEmpty())
       ->excludes(database);
   app.add_flag("--json", m_Json, "Print JSON for programs instead of text for people");
+  app.add_flag("-y,--yes", m_Yes, "Answer questions with yes, where something would be asked at a terminal");
   app.add_flag("--verbose", m_Verbose, "Print the library's log lines to standard error");
   app.add_option("--color", m_Color, "Colours: always, never, or auto for a terminal that shows them")
       ->type_name("WHEN")
@@ -48,8 +48,17 @@ std::string Context::DatabaseFile() const {
   return named;
 }
 
+Host::DirectoryPart Context::Directory() const {
+  if (!m_Config.empty()) {
+    return Host::ReadDirectoryPart(m_Config);
+  }
+  Host::DirectoryPart part;
+  part.administrators = "administrators";
+  return part;
+}
+
 std::string Context::Administrators() const {
-  return m_Config.empty() ? "administrators" : Host::ReadDirectoryPart(m_Config).administrators;
+  return Directory().administrators;
 }
 
 std::vector<std::string> Context::DatabaseArguments() const {

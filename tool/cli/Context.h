@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "host/Configuration.h"
 #include "tool/cli/ErrorReport.h"
 #include "tool/ExitStatus.h"
 #include "directory/text/Text.h"
@@ -32,6 +33,13 @@ public:
   /// "administrators". Throws `Failure`.
   std::string Administrators() const;
 
+  /// What the configuration says about the directory, else what holds without one; the database's name is left empty.
+  /// Throws `Failure`.
+  Host::DirectoryPart Directory() const;
+
+  /// Whether questions are answered with yes beforehand.
+  bool AssumesYes() const noexcept { return m_Yes; }
+
   bool WantsJson() const noexcept { return m_Json; }
   ErrorForm Errors() const noexcept { return m_Json ? ErrorForm::Json : ErrorForm::Text; }
   bool IsVerbose() const noexcept { return m_Verbose; }
@@ -49,6 +57,7 @@ private:
   std::string m_Config;
   bool m_Json = false;
   bool m_Verbose = false;
+  bool m_Yes = false;
   std::string m_Color = "auto";
   bool m_Wide = false;
   Action m_Action;

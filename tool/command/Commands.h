@@ -13,6 +13,7 @@ void AddGroupCommands(CLI::App& app, Context& context);
 void AddFilterCommands(CLI::App& app, Context& context);
 void AddCheckCommands(CLI::App& app, Context& context);
 void AddWhoCommand(CLI::App& app, Context& context);
+void AddReplayCommands(CLI::App& app, Context& context);
 void AddLintCommand(CLI::App& app, Context& context);
 void AddTuneCommand(CLI::App& app, Context& context);
 void AddServeCommand(CLI::App& app, Context& context);
