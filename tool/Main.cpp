@@ -75,6 +75,7 @@ public:
     Tool::AddLintCommand(m_App, m_Context);
     Tool::AddTuneCommand(m_App, m_Context);
     Tool::AddServeCommand(m_App, m_Context);
+    Tool::AddSyncCommands(m_App, m_Context);
     Tool::AddExportCommand(m_App, m_Context);
     Tool::AddImportCommand(m_App, m_Context);
     Tool::AddBackupCommands(m_App, m_Context);

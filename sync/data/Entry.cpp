@@ -130,6 +130,11 @@ bool ReadValue(const std::string& value, Entry& entry) {
   return true;
 }
 
+bool HoldsNul(const Entry& entry) {
+  return std::any_of(entry.texts.begin(), entry.texts.end(),
+                     [](const std::string& text) { return text.find('\0') != std::string::npos; });
+}
+
 } // namespace
 
 std::string KeyOf(const Entry& entry) {
@@ -155,25 +160,28 @@ std::string ValueOf(const Entry& entry) {
 }
 
 std::optional<Entry> ReadEntry(std::string_view key, const std::string& value, std::string& fault) {
-  Entry entry;
-  fault.clear();
+  std::optional<Entry> entry = ReadEntryKey(key, fault);
   try {
-    if (!ReadKey(key, entry)) {
-      fault = "is no key of an entry";
-    } else if (!ReadValue(value, entry)) {
+    if (entry && !ReadValue(value, *entry)) {
       fault = "has a value that no entry has";
+    } else if (entry && HoldsNul(*entry)) {
+      fault = "has a value with a NUL";
     }
   } catch (const StoreError&) {
     fault = "has a value with malformed base64";
   }
-  if (fault.empty() && std::any_of(entry.texts.begin(), entry.texts.end(),
-                                   [](const std::string& text) { return text.find('\0') != std::string::npos; })) {
+  return fault.empty() ? entry : std::nullopt;
+}
+
+std::optional<Entry> ReadEntryKey(std::string_view key, std::string& fault) {
+  Entry entry;
+  fault.clear();
+  if (!ReadKey(key, entry)) {
+    fault = "is no key of an entry";
+  } else if (HoldsNul(entry)) {
     fault = "holds a NUL";
   }
-  if (!fault.empty()) {
-    return std::nullopt;
-  }
-  return entry;
+  return fault.empty() ? std::optional<Entry>(std::move(entry)) : std::nullopt;
 }
 
 } // namespace Sync

@@ -28,5 +28,7 @@ std::string ValueOf(const Entry& entry);
 /// Reads both. Nothing, with `fault` saying why, when they are not what an entry is kept as, or hold a NUL, which no
 /// row can.
 std::optional<Entry> ReadEntry(std::string_view key, const std::string& value, std::string& fault);
+/// The same of a key that is gone, with its value: the columns that are no part of it are empty.
+std::optional<Entry> ReadEntryKey(std::string_view key, std::string& fault);
 
 } // namespace Sync

@@ -17,6 +17,7 @@ void AddReplayCommands(CLI::App& app, Context& context);
 void AddLintCommand(CLI::App& app, Context& context);
 void AddTuneCommand(CLI::App& app, Context& context);
 void AddServeCommand(CLI::App& app, Context& context);
+void AddSyncCommands(CLI::App& app, Context& context);
 void AddExportCommand(CLI::App& app, Context& context);
 void AddImportCommand(CLI::App& app, Context& context);
 void AddBackupCommands(CLI::App& app, Context& context);

@@ -14,7 +14,7 @@
 #include "directory/file/Database.h"
 #include "directory/file/FileNames.h"
 #include "directory/file/NewFile.h"
-#include "directory/Log.h"
+#include "directory/file/Schema.h"
 #include "directory/member/Membership.h"
 #include "tool/cli/option/CredentialOptions.h"
 #include "tool/cli/option/Validators.h"
@@ -36,18 +36,6 @@ struct InitOptions {
   std::string owner; ///< a user of the system; empty: whoever runs the command
   CredentialOptions credential;
 };
-
-/// Lets the module create the file with its schema.
-void CreateSchema(const std::string& file) {
-  Perenna::PListDict section;
-  section.SetValue(LocalAccessManager::Strings::DatabaseFilename, file);
-  TheLog().Clear();
-  LocalAccessManager::UserManager manager; // closes the file again when it ends
-  if (manager.InitUserManager(section).Failed()) {
-    const auto errors = TheLog().Errors();
-    throw Failure(Failure::Kind::System, errors.empty() ? "the database could not be created" : Shown(errors.back()));
-  }
-}
 
 void AddFirstUser(Database& database, const std::string& user_id, const Credential& credential) {
   std::array<char, DateTextBytes> now{};
