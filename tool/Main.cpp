@@ -73,6 +73,8 @@ public:
     Tool::AddWhoCommand(m_App, m_Context);
     Tool::AddReplayCommands(m_App, m_Context);
     Tool::AddLintCommand(m_App, m_Context);
+    Tool::AddDiffCommand(m_App, m_Context);
+    Tool::AddProveCommand(m_App, m_Context);
     Tool::AddTuneCommand(m_App, m_Context);
     Tool::AddServeCommand(m_App, m_Context);
     Tool::AddSyncCommands(m_App, m_Context);

@@ -16,6 +16,14 @@ std::string Path(const std::string& target) {
 
 } // namespace
 
+std::vector<Question::Term> TermsOf(const std::vector<PatternNumber>& patterns) {
+  std::vector<Question::Term> terms(patterns.size());
+  std::transform(patterns.begin(), patterns.end(), terms.begin(), [](PatternNumber pattern) {
+    return Question::Term{pattern, false};
+  });
+  return terms;
+}
+
 Search::Search(const Patterns& patterns, const TargetRules& rules, std::vector<bool> skips)
     : m_Patterns(patterns), m_Rules(rules), m_Skips(std::move(skips)), m_Targets(TargetLanguage(rules)) {}
 

@@ -23,6 +23,9 @@ struct Question {
   std::vector<Term> without;
 };
 
+/// The patterns, each tried on the whole target.
+std::vector<Question::Term> TermsOf(const std::vector<PatternNumber>& patterns);
+
 struct Answer {
   enum class Kind : unsigned char {
     None,    ///< there is no such target
@@ -32,6 +35,8 @@ struct Answer {
 
   Kind kind = Kind::Unknown;
   std::string text; ///< the target; of what is unknown, why
+
+  bool operator==(const Answer& other) const { return kind == other.kind && text == other.text; }
 };
 
 /// Looks for targets with automata, and tries each that it finds with the module's own matching. Takes as much time and

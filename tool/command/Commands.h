@@ -15,6 +15,8 @@ void AddCheckCommands(CLI::App& app, Context& context);
 void AddWhoCommand(CLI::App& app, Context& context);
 void AddReplayCommands(CLI::App& app, Context& context);
 void AddLintCommand(CLI::App& app, Context& context);
+void AddDiffCommand(CLI::App& app, Context& context);
+void AddProveCommand(CLI::App& app, Context& context);
 void AddTuneCommand(CLI::App& app, Context& context);
 void AddServeCommand(CLI::App& app, Context& context);
 void AddSyncCommands(CLI::App& app, Context& context);

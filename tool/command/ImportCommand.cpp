@@ -4,11 +4,13 @@
 #include <memory>
 
 #include "directory/Directory.h"
+#include "directory/policy/AccessRulesReader.h"
 #include "directory/transfer/DirectoryCheck.h"
 #include "directory/transfer/DirectoryDifference.h"
 #include "directory/transfer/DirectoryReader.h"
 #include "directory/transfer/DirectoryText.h"
 #include "tool/command/DifferenceTable.h"
+#include "tool/command/Proofs.h"
 #include "tool/DirectoryNames.h"
 #include "tool/terminal/ProgressBar.h"
 
@@ -21,6 +23,7 @@ struct ImportOptions {
   bool force = false;
   bool strict = false;
   bool dry_run = false;
+  std::string fail_on;
 };
 
 /// Reads the file and finds everything that is wrong with it.
@@ -59,25 +62,43 @@ void Write(Database& database, const Directory& directory, Progress& progress) {
   transaction.Commit();
 }
 
+/// What the import would change of what users may do.
+AccessChanges CompareWithStored(Database& database, const Directory& directory, const TargetRules& rules,
+                                Progress& progress) {
+  Patterns patterns;
+  const AccessRules before = ReadAccessRules(database, patterns);
+  const AccessRules after(directory, patterns);
+  Solver solver(patterns, rules);
+  return CompareAccess(before, after, patterns, solver, progress);
+}
+
 ExitStatus ShowDifference(const Context& context, Database& database, const Directory& directory,
-                          const FileFindings& warnings) {
+                          const FileFindings& warnings, const std::string& fail_on) {
+  const TargetRules rules = RulesFor(context, "");
   const Directory stored = [&database] {
     const Snapshot snapshot(database);
     return ReadStoredTexts(database);
   }();
   const DirectoryDifference difference(stored, directory);
+  const AccessChanges changes = [&] {
+    ProgressBar progress;
+    return CompareWithStored(database, directory, rules, progress);
+  }();
   if (context.WantsJson()) {
     PrintJson({{"dry_run", true},
                {"difference", difference.ToJson()},
+               {"targets", TargetsJson(rules)},
+               {"access", changes.ToJson()},
                {"warnings", warnings.ToJson()},
                {"warning_count", warnings.Count()}});
-    return ExitStatus::Done;
+    return StatusOf(changes, fail_on);
   }
   PrintDifference(std::cout, difference);
+  PrintAccessChanges(changes, rules);
   std::cout << Count(warnings.Count(), "warning") << (warnings.Count() == 0 ? "\n" : ":\n");
   warnings.Print(std::cout, "  ");
   std::cout << "Nothing was imported: this was a dry run.\n";
-  return ExitStatus::Done;
+  return StatusOf(changes, fail_on);
 }
 
 ExitStatus Import(const Context& context, const ImportOptions& options) {
@@ -93,7 +114,7 @@ ExitStatus Import(const Context& context, const ImportOptions& options) {
   }
   if (options.dry_run) {
     progress.Clear();
-    return ShowDifference(context, database, directory, warnings);
+    return ShowDifference(context, database, directory, warnings, options.fail_on);
   }
   Write(database, directory, progress);
   progress.Clear();
@@ -123,7 +144,10 @@ void AddImportCommand(CLI::App& app, Context& context) {
       "perenna-access import --dry-run backup.json\n  perenna-access import backup.json");
   auto options = std::make_shared<ImportOptions>();
   command.add_option("FILE", options->file, "The file; - for standard input")->required();
-  command.add_flag("--dry-run", options->dry_run, "Show how the file differs from the directory, and change nothing");
+  CLI::Option* const dry_run =
+      command.add_flag("--dry-run", options->dry_run,
+                       "Show what would become of the rows and of everybody's rights, and change nothing");
+  AddFailOnOption(command, options->fail_on).needs(dry_run);
   command.add_flag("--strict", options->strict, "Take warnings for errors: for files that were written by hand");
   command.add_flag("--force", options->force, "Import a file without any user too");
   context.OnRun(command, [&context, options] { return Import(context, *options); });
