@@ -79,14 +79,18 @@ int Compare(const Rows& left, std::size_t left_row, const Rows& right, std::size
 }
 
 void ForEachRow(Database& database, const Section& section, NotText not_text,
-                const std::function<void(const std::vector<std::string>& texts)>& visit) {
+                const std::function<void(const std::vector<std::string>& texts)>& visit, RowOrder order) {
   std::string sql = "SELECT rowid AS rowid";
   for (const std::string& column : section.columns) {
     sql += not_text == NotText::Refuse ? ", " : ", CAST(";
     sql += column;
     sql += not_text == NotText::Refuse ? "" : " AS TEXT) AS " + column;
   }
-  sql += std::string(" FROM ") + section.table + " ORDER BY rowid";
+  sql += std::string(" FROM ") + section.table + " ORDER BY ";
+  for (std::size_t column = 0; order == RowOrder::Sorted && column < section.columns.size(); ++column) {
+    sql += "CAST(" + std::string(section.table) + "." + section.columns[column] + " AS BLOB), "; // as bytes
+  }
+  sql += "rowid";
   std::vector<std::string> texts(section.columns.size());
   Statement(database, sql).ForEach({}, [&](const Perenna::PListDict& row) {
     for (std::size_t i = 0; i < texts.size(); ++i) {

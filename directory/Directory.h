@@ -92,8 +92,13 @@ int Compare(const Rows& left, std::size_t left_row, const Rows& right, std::size
 /// What is stored as something else than text: refuse it with a `Failure` that names it, or take it as text.
 enum class NotText { Refuse, Convert };
 
-/// Hands every stored row of a section to `visit`, in the order of the module's listings.
+/// In which order rows are read: in that of the module's listings, or by their texts, column by column, so that two
+/// directories with the same entries read alike.
+enum class RowOrder { Stored, Sorted };
+
+/// Hands every stored row of a section to `visit`.
 void ForEachRow(Database& database, const Section& section, NotText not_text,
-                const std::function<void(const std::vector<std::string>& texts)>& visit);
+                const std::function<void(const std::vector<std::string>& texts)>& visit,
+                RowOrder order = RowOrder::Stored);
 
 } // namespace AccessDirectory

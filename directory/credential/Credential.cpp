@@ -5,6 +5,9 @@
 #include <fstream>
 #include <iterator>
 
+#include <openssl/crypto.h>
+#include <openssl/rand.h>
+
 #include "LocalAccessManager.h"
 #include "PN_x509.h"
 #include "directory/Failure.h"
@@ -17,6 +20,7 @@ namespace {
 constexpr std::size_t ThumbprintTextBytes = 64;
 constexpr std::size_t DigestDigits = 64; // hexadecimal, lower case
 constexpr std::size_t MaximumCertificateBytes = 1048576;
+constexpr std::string_view DisabledPrefix = "disabled:";
 constexpr const char* FingerprintPrefix = "Fingerprint=";
 
 std::string Canonical(const Perenna::X509Thumbprint& thumbprint) {
@@ -54,6 +58,43 @@ bool IsUsable(const std::string& auth_method, const std::string& auth_value) {
     return thumbprint.DecodeBase64(auth_value.c_str()) && Canonical(thumbprint) == auth_value;
   }
   return auth_method == Methods::plain_pw && !auth_value.empty();
+}
+
+bool IsDisabled(std::string_view auth_method) noexcept {
+  return auth_method.substr(0, DisabledPrefix.size()) == DisabledPrefix;
+}
+
+std::string_view EnabledMethod(std::string_view auth_method) noexcept {
+  return IsDisabled(auth_method) ? auth_method.substr(DisabledPrefix.size()) : auth_method;
+}
+
+std::string DisabledMethod(std::string_view auth_method) {
+  return std::string(DisabledPrefix).append(auth_method);
+}
+
+Secret GeneratePassword() {
+  constexpr std::string_view Letters = "abcdefghijkmnpqrstuvwxyz23456789"; // 32: five bits of a byte each
+  constexpr std::size_t Count = 20;
+  constexpr std::size_t GroupSize = 4;
+  std::array<unsigned char, Count> random{};
+  if (RAND_bytes(random.data(), static_cast<int>(random.size())) != 1) {
+    throw Failure(Failure::Kind::System, "the system's source of random numbers failed");
+  }
+  Secret password;
+  for (std::size_t at = 0; at < Count; ++at) {
+    if (at > 0 && at % GroupSize == 0) {
+      password.Append('-');
+    }
+    password.Append(Letters[random.at(at) % Letters.size()]);
+  }
+  OPENSSL_cleanse(random.data(), random.size());
+  return password;
+}
+
+std::string ThumbprintDigits(const std::string& thumbprint) {
+  Perenna::X509Thumbprint decoded;
+  std::array<char, ThumbprintTextBytes> text{};
+  return decoded.DecodeBase64(thumbprint.c_str()) ? decoded.EncodeHex(text.data(), text.size()) : std::string();
 }
 
 std::string ThumbprintFromText(const std::string& text) {

@@ -27,6 +27,21 @@ struct Credential {
 /// is not empty. False for a method that the module does not know.
 bool IsUsable(const std::string& auth_method, const std::string& auth_value);
 
+// A disabled user keeps the credential under a method that the module does not know: "disabled:" before the one it had.
+// The module then refuses it, whatever is presented.
+
+bool IsDisabled(std::string_view auth_method) noexcept;
+/// The method of a user before it was disabled; the same for one who is not.
+std::string_view EnabledMethod(std::string_view auth_method) noexcept;
+std::string DisabledMethod(std::string_view auth_method);
+
+/// A new random password of 100 bits, in five groups of four letters and digits that cannot be mistaken for each other.
+Secret GeneratePassword();
+
+/// The digits in hexadecimal of a thumbprint in base64, as tools that show certificates print them (without colons);
+/// empty when it is none.
+std::string ThumbprintDigits(const std::string& thumbprint);
+
 /// The thumbprint in canonical base64 of a text in hexadecimal (with or without colons), in base64, or as
 /// "openssl x509 -fingerprint" prints it. Throws `Failure`.
 std::string ThumbprintFromText(const std::string& text);

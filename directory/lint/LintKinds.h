@@ -28,6 +28,7 @@ inline constexpr LintKind CredentialPlain = {"credential-plain", Severity::Probl
 inline constexpr LintKind ThumbprintForm = {"thumbprint-form", Severity::Problem};
 inline constexpr LintKind ThumbprintShared = {"thumbprint-shared", Severity::Problem};
 inline constexpr LintKind UserWithoutAllow = {"user-without-allow", Severity::Problem};
+inline constexpr LintKind UserDisabled = {"user-disabled", Severity::Note};
 inline constexpr LintKind UserWithoutGroup = {"user-without-group", Severity::Note};
 
 // Groups.

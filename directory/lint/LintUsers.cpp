@@ -40,7 +40,7 @@ void Lint::CheckUser(std::size_t row) {
 
 void Lint::CheckUserId(std::size_t row) {
   const std::string id = Text(Users, row, UserColumn::Id);
-  const bool with_password = Text(Users, row, UserColumn::Method) != Methods::tls_client_certificate;
+  const bool with_password = EnabledMethod(Text(Users, row, UserColumn::Method)) != Methods::tls_client_certificate;
   const std::string fault = UserIdFault(id, with_password);
   if (!fault.empty()) {
     Add(LintKinds::UserId, Users, row, "the id " + fault + ": the user cannot log in",
@@ -70,6 +70,10 @@ void Lint::CheckCredential(std::size_t row) {
         value.empty() ? "the password is empty: whoever knows the id is let in"
                       : "the password is stored as it is: whoever can read the file, or a copy of it, knows it",
         NewPassword(row));
+  } else if (IsDisabled(method)) {
+    Add(LintKinds::UserDisabled, Users, row, "the user is disabled and cannot log in",
+        "when this was for a time only: " +
+            Or(m_Mender.Run({"user", "enable"}, {Text(Users, row, UserColumn::Id)}), "put the method back"));
   } else {
     Add(LintKinds::CredentialMethod, Users, row,
         "the authentication method " + Quoted(method) +

@@ -34,4 +34,8 @@ void DeleteGroups(Database& database, const std::vector<std::string>& group_ids)
          "DELETE FROM groupusers WHERE group_id = ?");
 }
 
+std::size_t DeleteFiltersOf(Database& database, const std::string& group_id) {
+  return static_cast<std::size_t>(database.Run("DELETE FROM filters WHERE group_id = ?", {group_id}));
+}
+
 } // namespace AccessDirectory

@@ -14,4 +14,7 @@ namespace AccessDirectory {
 void DeleteUsers(Database& database, const std::vector<std::string>& user_ids);
 void DeleteGroups(Database& database, const std::vector<std::string>& group_ids);
 
+/// Deletes all filters of the group, whether it exists or not. Returns how many there were.
+std::size_t DeleteFiltersOf(Database& database, const std::string& group_id);
+
 } // namespace AccessDirectory

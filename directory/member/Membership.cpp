@@ -36,6 +36,20 @@ std::vector<std::string> Distinct(const std::vector<std::string>& ids) {
   return {distinct.begin(), distinct.end()};
 }
 
+bool AddMembership(Database& database, const std::string& group_id, const std::string& user_id) {
+  RequireGroup(database, group_id);
+  RequireUser(database, user_id);
+  return database.Run("INSERT INTO groupusers(group_id, user_id) SELECT ?1, ?2 WHERE NOT EXISTS (SELECT 1 FROM "
+                      "groupusers WHERE group_id = ?1 AND user_id = ?2)",
+                      {group_id, user_id}) > 0;
+}
+
+bool RemoveMembership(Database& database, const std::string& group_id, const std::string& user_id) {
+  RequireGroup(database, group_id);
+  RequireUser(database, user_id);
+  return database.Run("DELETE FROM groupusers WHERE group_id = ? AND user_id = ?", {group_id, user_id}) > 0;
+}
+
 void ReplaceUserGroups(Database& database, const std::string& user_id, const std::vector<std::string>& groups) {
   RequireUser(database, user_id);
   database.Run("DELETE FROM groupusers WHERE user_id = ?", {user_id});

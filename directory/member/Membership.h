@@ -21,4 +21,10 @@ std::vector<std::string> Distinct(const std::vector<std::string>& ids);
 void ReplaceUserGroups(Database& database, const std::string& user_id, const std::vector<std::string>& groups);
 void ReplaceGroupUsers(Database& database, const std::string& group_id, const std::vector<std::string>& users);
 
+// Add or remove one membership in the caller's transaction; false when there was nothing to do. Throw `Failure` for an
+// id that does not exist.
+
+bool AddMembership(Database& database, const std::string& group_id, const std::string& user_id);
+bool RemoveMembership(Database& database, const std::string& group_id, const std::string& user_id);
+
 } // namespace AccessDirectory

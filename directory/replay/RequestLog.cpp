@@ -17,11 +17,9 @@ LoggedRequest Skipped(Unjudged why) {
   return request;
 }
 
-/// The bytes of a member that `JsonText` wrote; nothing when it is not such a text. One in base64 stands for bytes that
-/// no request can be asked about as text, and is taken for unreadable.
-std::optional<std::string> TextOf(const Json& object, const char* name) {
+std::optional<std::string> MemberOf(const Json& object, const char* name) {
   const auto found = object.find(name);
-  return found != object.end() && found->is_string() ? std::optional(found->get<std::string>()) : std::nullopt;
+  return found == object.end() ? std::nullopt : TextOfJson(*found);
 }
 
 LoggedRequest ReadDecision(const std::string& line) {
@@ -29,10 +27,10 @@ LoggedRequest ReadDecision(const std::string& line) {
   if (!json.is_object()) {
     return Skipped(Unjudged::NotReadable);
   }
-  const auto outcome = TextOf(json, "outcome");
-  const auto user_id = TextOf(json, "user_id");
-  const auto method = TextOf(json, "method");
-  const auto path = TextOf(json, "path");
+  const auto outcome = MemberOf(json, "outcome");
+  const auto user_id = MemberOf(json, "user_id");
+  const auto method = MemberOf(json, "method");
+  const auto path = MemberOf(json, "path");
   if (!outcome || !user_id || !method || !path) {
     return Skipped(Unjudged::NotReadable);
   }
@@ -42,8 +40,8 @@ LoggedRequest ReadDecision(const std::string& line) {
   request.target = *path;
   request.allowed = *outcome == "allowed";
   if (const auto decider = json.find("decider"); decider != json.end() && decider->is_object()) {
-    request.decider = GroupFilter{TextOf(*decider, "group_id").value_or(""), TextOf(*decider, "filter").value_or(""),
-                                  TextOf(*decider, "action").value_or("")};
+    request.decider = GroupFilter{MemberOf(*decider, "group_id").value_or(""),
+                                  MemberOf(*decider, "filter").value_or(""), MemberOf(*decider, "action").value_or("")};
   }
   // Allowed without a filter: by the bypass, without a look at the directory.
   const bool bypassed = request.allowed && !request.decider && request.user_id.empty();

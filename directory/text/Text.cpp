@@ -107,6 +107,26 @@ Json JsonText(const std::string& text) {
   return Json{{"base64", encoded}};
 }
 
+std::optional<std::string> TextOfJson(const Json& json) {
+  if (json.is_string()) {
+    return json.get<std::string>();
+  }
+  const auto base64 = json.is_object() && json.size() == 1 ? json.find("base64") : json.end();
+  if (!json.is_object() || base64 == json.end() || !base64->is_string()) {
+    return std::nullopt;
+  }
+  const std::string text = base64->get<std::string>();
+  std::string bytes(text.size(), '\0');
+  unsigned count = 0;
+  if (text.find('\0') != std::string::npos ||
+      Tarn::base64decode(text.c_str(), reinterpret_cast<Tarn::byte_t*>(bytes.data()),
+                         static_cast<unsigned>(bytes.size()), &count) != 0) {
+    return std::nullopt;
+  }
+  bytes.resize(count);
+  return bytes;
+}
+
 std::string Count(std::size_t number, const std::string& noun) {
   return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
 }

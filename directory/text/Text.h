@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include <nlohmann/json.hpp>
@@ -26,6 +27,9 @@ bool IsUtf8(const std::string& text) noexcept;
 
 /// Text as JSON: a string, or {"base64": "..."} when it is not UTF-8, so that no byte is lost.
 Json JsonText(const std::string& text);
+
+/// The bytes of a text that `JsonText` wrote; nothing for any other value.
+std::optional<std::string> TextOfJson(const Json& json);
 
 /// "1 user", "2 users".
 std::string Count(std::size_t number, const std::string& noun);

@@ -8,6 +8,7 @@
 #include "LocalAccessManager.h"
 #include "PN_HTTP.h"
 #include "PN_x509Thumbprint.h"
+#include "directory/credential/Credential.h"
 #include "directory/text/Vocabulary.h"
 
 namespace AccessDirectory {
@@ -167,7 +168,7 @@ void Check::CheckUser() {
 
 /// The value itself is a secret, or nearly one: no message holds it.
 void Check::CheckCredential() {
-  const std::string_view method = View(UserColumn::Method);
+  const std::string_view method = EnabledMethod(View(UserColumn::Method));
   const std::string value = Text(UserColumn::Value);
   if (method == Methods::sha256) {
     if (!IsPasswordExpression(value)) {

@@ -1,5 +1,7 @@
 #include "directory/transfer/DirectoryText.h"
 
+#include <algorithm>
+#include <map>
 #include <string_view>
 #include <unordered_map>
 
@@ -36,23 +38,26 @@ std::string InsertStatement(const Section& section) {
 } // namespace
 
 SectionCounts WriteDirectory(Database& database, StoredCredentials credentials,
-                             const std::function<void(const std::string& text)>& write) {
+                             const std::function<void(const std::string& text)>& write, RowOrder order) {
   const Snapshot snapshot(database);
-  return WriteRows(database, credentials, write);
+  return WriteRows(database, credentials, write, order);
 }
 
 SectionCounts WriteRows(Database& database, StoredCredentials credentials,
-                        const std::function<void(const std::string& text)>& write) {
+                        const std::function<void(const std::string& text)>& write, RowOrder order) {
   SectionCounts counts{};
   write(std::string("{\"format\":\"") + FileFormat + "\",\"version\":" + std::to_string(FileVersion));
   for (std::size_t number = 0; number < SectionCount; ++number) {
     const Section& section = Sections.at(number);
     write(std::string(",\n\"") + section.name + "\":[");
     std::size_t& count = counts.at(number);
-    ForEachRow(database, section, NotText::Refuse, [&](const std::vector<std::string>& texts) {
-      write((count == 0 ? "\n" : ",\n") + Line(section, texts, credentials));
-      ++count;
-    });
+    ForEachRow(
+        database, section, NotText::Refuse,
+        [&](const std::vector<std::string>& texts) {
+          write((count == 0 ? "\n" : ",\n") + Line(section, texts, credentials));
+          ++count;
+        },
+        order);
     write(count == 0 ? "]" : "\n]");
   }
   write("}\n");
@@ -89,7 +94,9 @@ void KeepCredentials(Directory& directory, const std::vector<std::size_t>& witho
     if (next != without.end() && *next == row) {
       ++next;
       const auto known = row_of_user.find(texts[UserColumn::Id]);
-      if (known == row_of_user.end()) {
+      if (!given.IsSound(row)) {
+        // more is wrong with it, and was said
+      } else if (known == row_of_user.end()) {
         errors.Add("users[" + std::to_string(row) + "]", "is a new user without a credential");
       } else if (old.At(known->second, UserColumn::Method) != texts[UserColumn::Method]) {
         errors.Add("users[" + std::to_string(row) + "]",
@@ -101,6 +108,62 @@ void KeepCredentials(Directory& directory, const std::vector<std::size_t>& witho
     filled.Append(texts, given.IsSound(row));
   }
   directory[Users] = std::move(filled);
+}
+
+bool ImportScope::IsWhole() const noexcept {
+  return !merge && std::all_of(sections.begin(), sections.end(), [](bool section) { return section; });
+}
+
+namespace {
+
+std::vector<std::string> TextsOf(const Rows& rows, std::size_t row, std::size_t columns) {
+  std::vector<std::string> texts(columns);
+  for (std::size_t column = 0; column < columns; ++column) {
+    texts[column] = rows.At(row, column);
+  }
+  return texts;
+}
+
+/// The stored rows in their order, those with the keys of a given one as that has it, and then what is new.
+Rows Merged(const Rows& stored, const Rows& given, const Section& section) {
+  const std::size_t columns = section.columns.size();
+  std::map<std::vector<std::string>, std::size_t> given_of;
+  for (std::size_t row = 0; row < given.Count(); ++row) {
+    given_of.emplace(TextsOf(given, row, section.keys), row);
+  }
+  std::vector<bool> used(given.Count());
+  Rows merged(columns);
+  for (std::size_t row = 0; row < stored.Count(); ++row) {
+    const auto found = given_of.find(TextsOf(stored, row, section.keys));
+    if (found == given_of.end()) {
+      merged.Append(TextsOf(stored, row, columns));
+    } else {
+      used[found->second] = true;
+      merged.Append(TextsOf(given, found->second, columns));
+    }
+  }
+  for (const auto& [keys, row] : given_of) {
+    used[row] = !used[row]; // now: those that are new
+  }
+  for (std::size_t row = 0; row < given.Count(); ++row) {
+    if (used[row]) {
+      merged.Append(TextsOf(given, row, columns), given.IsSound(row));
+    }
+  }
+  return merged;
+}
+
+} // namespace
+
+Directory Combined(const Directory& stored, Directory given, const ImportScope& scope) {
+  for (std::size_t number = 0; number < SectionCount; ++number) {
+    if (!scope.sections.at(number)) {
+      given.at(number) = stored.at(number);
+    } else if (scope.merge) {
+      given.at(number) = Merged(stored.at(number), given.at(number), Sections.at(number));
+    }
+  }
+  return given;
 }
 
 void ReplaceDirectory(Database& database, const Directory& directory, Progress& progress) {

@@ -15,14 +15,27 @@ enum class StoredCredentials { Written, LeftOut };
 /// Writes the whole directory as a directory file, an entry a line, as of one moment, piece by piece. Throws `Failure`,
 /// also for a stored value that is no text. Returns how many entries there were.
 SectionCounts WriteDirectory(Database& database, StoredCredentials credentials,
-                             const std::function<void(const std::string& text)>& write);
+                             const std::function<void(const std::string& text)>& write,
+                             RowOrder order = RowOrder::Stored);
 
 /// The same in the caller's snapshot or transaction.
 SectionCounts WriteRows(Database& database, StoredCredentials credentials,
-                        const std::function<void(const std::string& text)>& write);
+                        const std::function<void(const std::string& text)>& write, RowOrder order = RowOrder::Stored);
 
 /// All of it in memory, in the caller's snapshot or transaction; values that are no text as their bytes.
 Directory ReadStoredTexts(Database& database);
+
+/// Which sections of a directory are taken from a file, and how.
+struct ImportScope {
+  std::array<bool, SectionCount> sections = {true, true, true, true}; ///< the others stay as they are stored
+  bool merge = false; ///< what the file does not have stays too: entries are added, and changed where their keys agree
+
+  bool IsWhole() const noexcept;
+};
+
+/// The directory as it is after an import of `given` in that scope over `stored`. Its memberships and filters are those
+/// of `given` behind the stored ones when merged, each once more only where it is not there yet.
+Directory Combined(const Directory& stored, Directory given, const ImportScope& scope);
 
 /// Puts `directory` in the place of the stored one, in the caller's transaction. Throws `Failure`.
 void ReplaceDirectory(Database& database, const Directory& directory, Progress& progress);

@@ -30,7 +30,7 @@ TEST_F(Check, AnswersByTextAndByExitStatus) {
       {"check nobody GET /a", 1, "refused\n", "warning: there is no user \"nobody\""},
       {"check ann get /a", 2, "", "METHOD: \"get\" is none of OPTIONS, HEAD, GET"},
       {"check ann GET", 2, "", "which request? Give USER METHOD TARGET, or --stdin"},
-      {"check ann --stdin", 2, "", "--stdin takes neither a request nor --explain"},
+      {"check ann --stdin", 2, "", "--stdin takes neither a request nor --matching"},
       {"methods ann /a", 0, "GET\nPUT\n", ""},
       {"methods ann /a/secret", 0, "PUT\n", ""},
       {"methods bob /a", 1, "", ""},

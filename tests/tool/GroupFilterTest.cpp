@@ -43,8 +43,9 @@ TEST_F(GroupsAndFilters, GroupsAreAddedFilledAndDeleted) {
   });
   EXPECT_EQ(Json({"group", "set-members", "editors", "bob", "ann"}),
             OrderedJson::parse(R"({"group_id":"editors","users":["ann","bob"],"warnings":[]})"));
-  EXPECT_EQ(Json("group delete editors"),
-            OrderedJson::parse(R"({"deleted":[{"group_id":"editors","filters_left":2}],"warnings":[]})"));
+  EXPECT_EQ(
+      Json("group delete editors"),
+      OrderedJson::parse(R"({"deleted":[{"group_id":"editors","filters_left":2}],"filters_deleted":0,"warnings":[]})"));
 }
 
 TEST_F(GroupsAndFilters, FiltersAreAddedListedAndDeletedByAllFourValues) {

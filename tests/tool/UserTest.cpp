@@ -40,6 +40,7 @@ TEST_F(Users, AreAddedChangedAndDeleted) {
                                            {"create_date", alice["create_date"]},
                                            {"create_user", "root"},
                                            {"groups", {"readers"}},
+                                           {"thumbprint", Thumbprint},
                                            {"auth_value", ThumbprintBase64}}));
   EXPECT_EQ(Json("user show bob")["create_user"], "alice");
   EXPECT_FALSE(Login("alice", "first"));

@@ -1,11 +1,14 @@
 #include "tool/command/Commands.h"
 
+#include <array>
+#include <ctime>
 #include <filesystem>
 #include <memory>
 
 #include "directory/file/Backup.h"
 #include "directory/file/FileNames.h"
 #include "directory/file/NewFile.h"
+#include "tool/command/BackupCommand.h"
 #include "tool/DirectoryNames.h"
 #include "tool/terminal/ProgressBar.h"
 
@@ -18,6 +21,15 @@ struct BackupOptions {
   bool force = false;
 };
 
+/// Copies the database to `file`, which is published once it was found in order.
+SectionCounts CopyChecked(Database& database, const NewFile& file) {
+  ProgressBar progress;
+  CopyTo(database, file.WorkName(), progress);
+  Database copy(file.WorkName(), Database::Access::Read);
+  RequireIntegrity(copy, progress);
+  return StoredCounts(copy);
+}
+
 ExitStatus Backup(const Context& context, const BackupOptions& options) {
   RequireFileName(options.file);
   Database database(context.DatabaseFile(), Database::Access::Read);
@@ -25,14 +37,7 @@ ExitStatus Backup(const Context& context, const BackupOptions& options) {
   RequireNoRemains(options.file);
   const NewFile file(options.file, options.force ? NewFile::Existing::Replace : NewFile::Existing::Keep,
                      "--force replaces it");
-  SectionCounts counts{};
-  {
-    ProgressBar progress;
-    CopyTo(database, file.WorkName(), progress);
-    Database copy(file.WorkName(), Database::Access::Read);
-    RequireIntegrity(copy, progress);
-    counts = StoredCounts(copy);
-  }
+  const SectionCounts counts = CopyChecked(database, file);
   file.Publish();
   context.Report("Backed up " + CountsText(counts) + " to " + Quoted(options.file) + '.',
                  {{"backed_up", CountsJson(counts)}, {"file", JsonText(options.file)}});
@@ -71,6 +76,21 @@ ExitStatus Restore(const Context& context, const BackupOptions& options) {
 }
 
 } // namespace
+
+std::string BackUpBefore(const std::string& what, Database& database) {
+  std::array<char, 32> moment{};
+  const std::time_t now = std::time(nullptr);
+  std::tm parts{};
+  std::strftime(moment.data(), moment.size(), "%Y%m%dT%H%M%SZ", gmtime_r(&now, &parts));
+  std::string name = database.File() + ".before-" + what + '-' + moment.data();
+  for (int number = 2; std::filesystem::exists(name); ++number) {
+    name = database.File() + ".before-" + what + '-' + moment.data() + '-' + std::to_string(number);
+  }
+  const NewFile file(name, NewFile::Existing::Keep, "");
+  CopyChecked(database, file);
+  file.Publish();
+  return name;
+}
 
 void AddBackupCommands(CLI::App& app, Context& context) {
   const auto add =

@@ -10,6 +10,7 @@
 #include "tool/command/Listing.h"
 #include "tool/DirectoryNames.h"
 #include "tool/terminal/LineReader.h"
+#include "tool/command/Question.h"
 #include "tool/terminal/Table.h"
 
 namespace Tool {
@@ -24,6 +25,8 @@ struct CheckOptions {
   std::string target;
   bool explain = false;
   bool from_stdin = false;
+  bool matching = false;
+  std::string expectations;
 };
 
 bool MayDo(Module& module, const Perenna::HTTPRequest& request, const std::string& user_id) {
@@ -40,14 +43,20 @@ const char* Verdict(bool allowed) {
   return allowed ? "allowed" : "refused";
 }
 
-void PrintExplanation(const Explanation& explanation) {
+void PrintExplanation(const Explanation& explanation, bool matching_only) {
   std::cout << Shown(explanation.Reason(), Backslash::Kept) << ".\n";
-  if (explanation.filters.empty()) {
+  const bool any = std::any_of(explanation.filters.begin(), explanation.filters.end(), [&](const auto& filter) {
+    return !matching_only || filter.Applies() || (filter.names_method && filter.undecided);
+  });
+  if (!any) {
     return;
   }
   std::cout << '\n';
   Table table({"", "GROUP", "ACTION", "METHOD", "NAMED", "MATCHES", "PART", "PATTERN"});
   for (const ExplainedFilter& filter : explanation.filters) {
+    if (matching_only && !filter.Applies() && !(filter.names_method && filter.undecided)) {
+      continue;
+    }
     const Colour colour = filter.Applies() ? Colour::None : Colour::Dim;
     const Colour action = !filter.decides ? colour : explanation.allowed ? Colour::Green : Colour::Red;
     table.Add({Cell(filter.decides ? "=>" : "", action), Cell(Shown(filter.group), colour),
@@ -70,13 +79,13 @@ ExitStatus CheckOne(const Context& context, const CheckOptions& options) {
   bool allowed = false;
   const bool user_exists = module.UserExists(options.user);
   Json json;
-  if (options.explain) {
+  if (options.explain || options.matching) {
     Database database(file, Database::Access::Read);
     const Explanation explanation = Explain(module, database, request, options.user);
     allowed = explanation.allowed;
     json = CheckJson(request, options.user, explanation);
     if (!context.WantsJson()) {
-      PrintExplanation(explanation);
+      PrintExplanation(explanation, options.matching);
     }
   } else {
     allowed = MayDo(module, request, options.user);
@@ -97,53 +106,38 @@ ExitStatus CheckOne(const Context& context, const CheckOptions& options) {
   return allowed ? ExitStatus::Done : ExitStatus::Refused;
 }
 
-/// A line of the stream.
-struct Question {
-  std::string user;
-  Perenna::Method_t method = Perenna::METH_MAX;
-  std::string target;
-};
-
-/// "USER METHOD TARGET", one blank between them; the user's id may itself hold blanks. Nothing for anything else.
-std::optional<Question> Parse(std::string line) {
-  if (!line.empty() && line.back() == '\r') { // a line end of another system
-    line.pop_back();
-  }
-  const std::size_t last = line.rfind(' ');
-  const std::size_t first = last == std::string::npos || last == 0 ? std::string::npos : line.rfind(' ', last - 1);
-  if (first == std::string::npos || first == 0 || last + 1 == line.size()) {
-    return std::nullopt;
-  }
-  Question question;
-  question.user.assign(line, 0, first);
-  question.target.assign(line, last + 1);
-  const bool known = Perenna::StringToMethod(line.substr(first + 1, last - first - 1), question.method);
-  return known ? std::optional<Question>(std::move(question)) : std::nullopt;
-}
-
 /// What came of a line.
 struct Answer {
   bool valid = false;
   bool user_exists = false;
   bool allowed = false;
+  std::string reason; ///< empty: not asked for
 };
 
 /// Prints the answer to a line. Written out: there may be many.
 void PrintAnswer(const Context& context, std::size_t line, const Answer& answer) {
   if (!context.WantsJson()) {
-    std::cout << (answer.valid ? Verdict(answer.allowed) : "invalid") << '\n';
+    const std::string verdict = answer.valid ? Verdict(answer.allowed) : "invalid";
+    std::cout << (answer.reason.empty() ? verdict : Shown(answer.reason, Backslash::Kept)) << '\n';
     return;
   }
   const auto text = [](bool value) { return value ? "true" : "false"; };
   std::cout << "{\"line\":" << line << ",\"valid\":" << text(answer.valid);
   if (answer.valid) {
     std::cout << ",\"user_exists\":" << text(answer.user_exists) << ",\"allowed\":" << text(answer.allowed);
+    if (!answer.reason.empty()) {
+      std::cout << ",\"reason\":" << JsonText(answer.reason).dump(-1, ' ', true);
+    }
   }
   std::cout << "}\n";
 }
 
-ExitStatus CheckLines(const Context& context) {
+ExitStatus CheckLines(const Context& context, bool explain) {
   Module module(context.DatabaseFile());
+  std::optional<Database> database;
+  if (explain) {
+    database.emplace(context.DatabaseFile(), Database::Access::Read);
+  }
   LineReader reader([] { std::cout.flush(); }); // whoever waits for answers before the next question gets them
   std::string line;
   std::size_t number = 0;
@@ -151,11 +145,15 @@ ExitStatus CheckLines(const Context& context) {
   bool all_valid = true;
   while (reader.Next(line)) {
     ++number;
-    const std::optional<Question> question = Parse(line);
+    const std::optional<Question> question = ReadQuestion(line);
     Answer answer;
-    if (question) {
+    if (question && database) {
+      const Explanation explanation =
+          Explain(module, *database, Perenna::HTTPRequest(question->method, question->target), question->user);
+      answer = {true, explanation.user_exists, explanation.allowed, explanation.Reason()};
+    } else if (question) {
       answer = {true, module.UserExists(question->user),
-                MayDo(module, Perenna::HTTPRequest(question->method, question->target), question->user)};
+                MayDo(module, Perenna::HTTPRequest(question->method, question->target), question->user), ""};
     } else {
       ReportError(context.Errors(), ExitStatus::Usage,
                   Quoted(line.substr(0, ShownBytes)) + " is not \"USER METHOD TARGET\" with a known method", number);
@@ -175,14 +173,15 @@ ExitStatus CheckLines(const Context& context) {
 
 ExitStatus Check(const Context& context, const CheckOptions& options) {
   const bool names_request = !options.user.empty() || !options.method.empty() || !options.target.empty();
-  if (options.from_stdin) {
-    if (names_request || options.explain) {
-      throw Failure(Failure::Kind::Input, "--stdin takes neither a request nor --explain");
+  if (options.from_stdin || !options.expectations.empty()) {
+    if (names_request || options.matching) {
+      throw Failure(Failure::Kind::Input, std::string(options.from_stdin ? "--stdin" : "--expect") +
+                                              " takes neither a request nor --matching");
     }
-    return CheckLines(context);
+    return options.from_stdin ? CheckLines(context, options.explain) : CheckExpectations(context, options.expectations);
   }
   if (options.user.empty() || options.method.empty() || options.target.empty()) {
-    throw Failure(Failure::Kind::Input, "which request? Give USER METHOD TARGET, or --stdin");
+    throw Failure(Failure::Kind::Input, "which request? Give USER METHOD TARGET, or --stdin, or --expect FILE");
   }
   return CheckOne(context, options);
 }
@@ -220,16 +219,26 @@ ExitStatus Methods(const Context& context, const CheckOptions& options) {
 void AddCheckCommands(CLI::App& app, Context& context) {
   CLI::App& check = AddCommand(app, "check", "May a user perform a method on a target?\nExit status 0: yes, 1: no.",
                                "perenna-access check alice GET /articles/7 --explain\n"
-                               "  printf 'alice GET /articles/7\\n' | perenna-access check --stdin");
+                               "  printf 'alice GET /articles/7\\n' | perenna-access check --stdin\n"
+                               "  perenna-access check --expect policy.expect");
   auto options = std::make_shared<CheckOptions>();
   check.add_option("USER", options->user, "The user's id");
   check.add_option("METHOD", options->method, "An HTTP method, such as GET");
   check.add_option("TARGET", options->target, "The request target, as the server receives it");
   check.add_flag("--explain", options->explain,
                  "Show every filter of the user's groups in the order of decision, and which one decided");
-  check.add_flag("--stdin", options->from_stdin,
-                 "Read requests from standard input, USER METHOD TARGET a line, and answer each with a line: allowed, "
-                 "refused or invalid. Exit status 0: all allowed, 1: some refused, 2: some invalid");
+  CLI::Option* const from_stdin = check.add_flag(
+      "--stdin", options->from_stdin,
+      "Read requests from standard input, USER METHOD TARGET a line, and answer each with a line: allowed, "
+      "refused or invalid. Exit status 0: all allowed, 1: some refused, 2: some invalid");
+  check.add_flag("--matching", options->matching, "As --explain, but only the filters that match the request");
+  check
+      .add_option(
+          "--expect", options->expectations,
+          "Hold the directory to the lines of a file (- for standard input), allow or refuse, USER METHOD TARGET; "
+          "print the result in TAP. Exit status 1: some are not met")
+      ->type_name("FILE")
+      ->excludes(from_stdin);
   context.OnRun(check, [&context, options] { return Check(context, *options); });
 
   CLI::App& methods = AddCommand(app, "methods", "Which methods may a user use on a target?\nExit status 1: none.",

@@ -28,7 +28,11 @@ void AddHelpCommand(CLI::App& app, Context& context);
 void AddManualCommand(CLI::App& app, Context& context);
 
 // Of the families "user" and "group".
+void AddUserAddCommand(CLI::App& group, Context& context);
 void AddUserAccessCommand(CLI::App& group, Context& context);
+void AddUserMemberCommands(CLI::App& group, Context& context);
+void AddCredentialCommands(CLI::App& group, Context& context);
+void AddGroupMemberCommands(CLI::App& group, Context& context);
 void AddGroupAccessCommand(CLI::App& group, Context& context);
 
 } // namespace Tool

@@ -16,11 +16,14 @@ namespace {
 struct ExportOptions {
   std::string file = "-";
   bool force = false;
+  bool no_credentials = false;
+  bool sorted = false;
 };
 
-SectionCounts WriteTo(Output& out, Database& database) {
-  const SectionCounts counts =
-      WriteDirectory(database, StoredCredentials::Written, [&out](const std::string& text) { out.Write(text); });
+SectionCounts WriteTo(Output& out, Database& database, const ExportOptions& options) {
+  const SectionCounts counts = WriteDirectory(
+      database, options.no_credentials ? StoredCredentials::LeftOut : StoredCredentials::Written,
+      [&out](const std::string& text) { out.Write(text); }, options.sorted ? RowOrder::Sorted : RowOrder::Stored);
   out.Finish();
   return counts;
 }
@@ -29,7 +32,7 @@ ExitStatus Export(const Context& context, const ExportOptions& options) {
   Database database(context.DatabaseFile(), Database::Access::Read);
   if (options.file == "-") {
     Output out;
-    WriteTo(out, database);
+    WriteTo(out, database, options);
     return ExitStatus::Done;
   }
   RequireApart(options.file, database.File());
@@ -38,7 +41,7 @@ ExitStatus Export(const Context& context, const ExportOptions& options) {
   SectionCounts counts{};
   {
     Output out(file.WorkName(), options.file);
-    counts = WriteTo(out, database);
+    counts = WriteTo(out, database, options);
   }
   file.Publish();
   context.Report("Exported " + CountsText(counts) + " to " + Quoted(options.file) + '.',
@@ -53,9 +56,16 @@ void AddExportCommand(CLI::App& app, Context& context) {
                                  "Write the whole directory as JSON, for \"import\"\n"
                                  "It holds the stored credentials, so a file is made for its owner alone. An entry is "
                                  "a line, in the order of the listings; all are as of one moment.",
-                                 "perenna-access export backup.json");
+                                 "perenna-access export backup.json\n"
+                                 "  perenna-access export --no-credentials --sorted policy.json");
   auto options = std::make_shared<ExportOptions>();
   command.add_option("FILE", options->file, "The file to create, for its owner alone (default: standard output)");
+  command.add_flag("--no-credentials", options->no_credentials,
+                   "Leave the stored credentials out, for a file that is kept among others; an import then keeps those "
+                   "that are stored");
+  command.add_flag("--sorted", options->sorted,
+                   "Write the entries in the order of their texts, so that directories and versions compare line by "
+                   "line");
   command.add_flag("--force", options->force, "Replace an existing file");
   context.OnRun(command, [&context, options] { return Export(context, *options); });
 }

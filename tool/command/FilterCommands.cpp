@@ -26,6 +26,8 @@ struct FilterOptions {
   std::vector<std::string> urls;
   std::string method;
   PageOptions page;
+  ListOptions list;
+  std::string search;
   bool unchecked = false;
 };
 
@@ -180,10 +182,11 @@ ExitStatus DeleteFilter(const Context& context, const FilterOptions& options) {
 ExitStatus ListFilters(const Context& context, const FilterOptions& options) {
   Module module(context.DatabaseFile());
   std::function<bool(const Perenna::PListDict&)> keep;
-  if (!options.group.empty() || !options.method.empty()) {
+  if (!options.group.empty() || !options.method.empty() || !options.search.empty()) {
     keep = [&options](const Perenna::PListDict& row) {
       return (options.group.empty() || Field(row, Keys::group_id) == options.group) &&
-             (options.method.empty() || Field(row, Keys::method) == options.method);
+             (options.method.empty() || Field(row, Keys::method) == options.method) &&
+             Field(row, Keys::filter).find(options.search) != std::string::npos;
     };
   }
   const Page page = List(module, &LocalAccessManager::UserManager::GetFilters, options.page, keep);
@@ -195,6 +198,11 @@ ExitStatus ListFilters(const Context& context, const FilterOptions& options) {
   }
   if (page.total == 0 && !options.method.empty()) {
     KnownMethod(options.method);
+  }
+  if (options.list.IsGiven()) {
+    PrintEntries(options.list, page.ToJson(FilterJson)[Perenna::PagedResults::results],
+                 {Keys::group_id, Keys::action, Keys::method, Keys::filter});
+    return ExitStatus::Done;
   }
   if (context.WantsJson()) {
     Json json = page.ToJson(FilterJson);
@@ -277,7 +285,10 @@ void AddFilterCommands(CLI::App& app, Context& context) {
       make("list", "List filters", "perenna-access filter list --group editors", ListFilters);
   list.add_option("--group", list_options->group, "Only the filters of this group")->type_name("GROUP");
   list.add_option("--method", list_options->method, "Only the filters for this method")->type_name("METHOD");
+  list.add_option("--search", list_options->search, "Only the filters whose pattern holds this text")
+      ->type_name("TEXT");
   AddPageOptions(list, list_options->page);
+  AddListOptions(list, list_options->list);
 
   const auto [test, test_options] =
       make("test", "Try a pattern on URLs, without a database\nExit status 1 unless all match.",

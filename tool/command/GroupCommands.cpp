@@ -11,6 +11,7 @@
 #include "tool/cli/option/Validators.h"
 #include "tool/command/Listing.h"
 #include "tool/DirectoryNames.h"
+#include "tool/terminal/Confirmation.h"
 #include "tool/terminal/Table.h"
 
 namespace Tool {
@@ -25,8 +26,11 @@ struct GroupOptions {
   std::vector<std::string> ids;
   std::vector<std::string> users;
   PageOptions page;
+  ListOptions list;
+  Selection selection;
   LockoutOptions lockout;
   bool none = false;
+  bool with_filters = false;
 };
 
 using Options = std::shared_ptr<GroupOptions>;
@@ -51,13 +55,34 @@ ExitStatus AddGroup(const Context& context, const GroupOptions& options) {
   return ExitStatus::Done;
 }
 
+/// What a deletion takes away that a slip would be sorry for: more than one thing.
+std::string DeletionText(Database& database, const GroupOptions& options) {
+  long long memberships = 0;
+  long long filters = 0;
+  const std::vector<std::string> ids = Distinct(options.ids);
+  for (const std::string& id : ids) {
+    memberships += database.Number("SELECT count(*) FROM groupusers WHERE group_id = ?", {id});
+    filters += options.with_filters ? database.Number("SELECT count(*) FROM filters WHERE group_id = ?", {id}) : 0;
+  }
+  if (ids.size() <= 1 && filters == 0) { // its memberships are part of a group
+    return {};
+  }
+  return "Delete " + Count(ids.size(), "group") + ", " + Count(static_cast<std::size_t>(memberships), "membership") +
+         " and " + Count(static_cast<std::size_t>(filters), "filter") + "?";
+}
+
 ExitStatus DeleteGroups(const Context& context, const GroupOptions& options) {
   Database database(context.DatabaseFile(), Database::Access::Write);
   Json deleted = Json::array();
   std::string sentences;
+  std::size_t filters = 0;
+  ConfirmRemoval(context, DeletionText(database, options));
   Json warnings = options.lockout.Apply(context, database, [&] {
     AccessDirectory::DeleteGroups(database, options.ids);
     for (const std::string& id : Distinct(options.ids)) {
+      if (options.with_filters) {
+        filters += DeleteFiltersOf(database, id);
+      }
       const auto left = database.Number("SELECT count(*) FROM filters WHERE group_id = ?", {id});
       deleted.push_back({{"group_id", JsonText(id)}, {"filters_left", left}});
       sentences += (sentences.empty() ? "" : "\n") + ("Deleted group " + Quoted(id) + ".");
@@ -67,7 +92,11 @@ ExitStatus DeleteGroups(const Context& context, const GroupOptions& options) {
       }
     }
   });
-  context.Report(sentences, {{"deleted", std::move(deleted)}, {"warnings", std::move(warnings)}});
+  if (options.with_filters) {
+    sentences += "\nDeleted " + Count(filters, "filter") + ".";
+  }
+  context.Report(sentences,
+                 {{"deleted", std::move(deleted)}, {"filters_deleted", filters}, {"warnings", std::move(warnings)}});
   return ExitStatus::Done;
 }
 
@@ -84,7 +113,8 @@ ExitStatus ListGroups(const Context& context, const GroupOptions& options) {
     return {Shown(text(listing, row, GroupColumn::Id)), Shown(text(listing, row, GroupColumn::Name)),
             Joined(listing.members[row])};
   };
-  return PrintMembers(context, options.page, {Groups, {"GROUP", "NAME", "USERS"}, json, cells});
+  return PrintMembers(context, options.list,
+                      {Groups, options.page, options.selection, {"GROUP", "NAME", "USERS"}, json, cells});
 }
 
 ExitStatus ShowGroup(const Context& context, const GroupOptions& options) {
@@ -120,6 +150,16 @@ ExitStatus ShowGroup(const Context& context, const GroupOptions& options) {
     std::cout << '\n';
     table.Print(std::cout);
   }
+  return ExitStatus::Done;
+}
+
+ExitStatus RenameGroup(const Context& context, const GroupOptions& options) {
+  Database database(context.DatabaseFile(), Database::Access::Write);
+  if (database.Run("UPDATE groups SET group_name = ? WHERE group_id = ?", {options.name, options.id}) == 0) {
+    throw Failure(Failure::Kind::Refused, "there is no group " + Quoted(options.id));
+  }
+  context.Report("Group " + Quoted(options.id) + " is now named " + Quoted(options.name) + ".",
+                 {{"changed", {{"group_id", JsonText(options.id)}, {"group_name", JsonText(options.name)}}}});
   return ExitStatus::Done;
 }
 
@@ -160,11 +200,22 @@ void AddGroupCommands(CLI::App& app, Context& context) {
       "apply again to a later group of the same id.",
       "perenna-access group delete editors", DeleteGroups);
   remove.add_option("GROUP", remove_options->ids, "The ids of the groups")->required();
+  remove.add_flag("--with-filters", remove_options->with_filters, "Delete their filters too");
   remove_options->lockout.AddTo(remove);
+
+  const auto [rename, rename_options] =
+      make("rename", "Change a group's name for people\nIts id, which filters and memberships hold, stays.",
+           "perenna-access group rename editors \"Everybody who edits\"", RenameGroup);
+  rename.add_option("GROUP", rename_options->id, "The group's id")->required();
+  rename.add_option("NAME", rename_options->name, "Its new name")->required()->check(NotEmpty());
 
   const auto [list, list_options] =
       make("list", "List groups with their members", "perenna-access group list", ListGroups);
+  list.add_option("--search", list_options->selection.search,
+                  "Only groups whose id or name holds this, in any letter case")
+      ->type_name("TEXT");
   AddPageOptions(list, list_options->page);
+  AddListOptions(list, list_options->list);
 
   const auto [show, show_options] =
       make("show", "Show one group with its members and filters", "perenna-access group show editors", ShowGroup);
@@ -177,6 +228,7 @@ void AddGroupCommands(CLI::App& app, Context& context) {
   members.add_option("USER", members_options->users, "The ids of the users");
   members.add_flag("--none", members_options->none, "Leave the group without members");
   members_options->lockout.AddTo(members);
+  AddGroupMemberCommands(group, context);
 }
 
 } // namespace Tool

@@ -1,7 +1,9 @@
 #include "tool/command/Commands.h"
 
+#include <algorithm>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include "directory/Directory.h"
 #include "directory/policy/AccessRulesReader.h"
@@ -9,9 +11,12 @@
 #include "directory/transfer/DirectoryDifference.h"
 #include "directory/transfer/DirectoryReader.h"
 #include "directory/transfer/DirectoryText.h"
+#include "directory/file/Backup.h"
+#include "tool/command/BackupCommand.h"
 #include "tool/command/DifferenceTable.h"
 #include "tool/command/Proofs.h"
 #include "tool/DirectoryNames.h"
+#include "tool/terminal/Confirmation.h"
 #include "tool/terminal/ProgressBar.h"
 
 namespace Tool {
@@ -24,14 +29,43 @@ struct ImportOptions {
   bool strict = false;
   bool dry_run = false;
   std::string fail_on;
+  bool merge = false;
+  bool no_backup = false;
+  std::vector<std::string> only;
+
+  ImportScope Scope() const {
+    ImportScope scope;
+    scope.merge = merge;
+    for (std::size_t number = 0; number < SectionCount && !only.empty(); ++number) {
+      scope.sections.at(number) = std::find(only.begin(), only.end(), Sections.at(number).name) != only.end();
+    }
+    return scope;
+  }
 };
 
-/// Reads the file and finds everything that is wrong with it.
-void ReadAndCheck(const ImportOptions& options, Progress& progress, Directory& directory, FileFindings& errors,
-                  FileFindings& warnings) {
+long long VersionOf(Database& database) {
+  return database.Number("PRAGMA data_version");
+}
+
+/// Reads the file and finds everything that is wrong with it, or with the directory that it makes of the stored one.
+void ReadAndCheck(Database& database, const ImportOptions& options, Progress& progress, Directory& directory,
+                  FileFindings& errors, FileFindings& warnings, std::optional<long long>& version) {
   Input input(options.file, progress);
-  if (!ReadDirectory(input, directory, errors)) {
+  std::vector<std::size_t> without; // a credential
+  if (!ReadDirectory(input, directory, errors, without)) {
     return; // what is missing may stand in the part that could not be read
+  }
+  const ImportScope scope = options.Scope();
+  if (!without.empty() || !scope.IsWhole()) {
+    version = VersionOf(database);
+    const Directory stored = [&database] {
+      const Snapshot snapshot(database);
+      return ReadStoredTexts(database);
+    }();
+    if (scope.sections[Users]) {
+      KeepCredentials(directory, without, stored, errors);
+    }
+    directory = Combined(stored, std::move(directory), scope);
   }
   FileFindings notes;
   CheckDirectory(directory, errors, warnings, notes, progress);
@@ -55,9 +89,12 @@ ExitStatus Refuse(const Context& context, const ImportOptions& options, const Fi
   return ExitStatus::Usage;
 }
 
-/// Puts the directory in place of the stored one.
-void Write(Database& database, const Directory& directory, Progress& progress) {
+/// Puts the directory in place of the stored one, which is still that of `version` when what was read is part of it.
+void Write(Database& database, const Directory& directory, Progress& progress, std::optional<long long> version) {
   Transaction transaction(database);
+  if (version && VersionOf(database) != *version) {
+    throw Failure(Failure::Kind::Refused, "the directory was changed meanwhile; nothing was imported");
+  }
   ReplaceDirectory(database, directory, progress);
   transaction.Commit();
 }
@@ -107,7 +144,8 @@ ExitStatus Import(const Context& context, const ImportOptions& options) {
   Directory directory = EmptyDirectory();
   FileFindings errors;
   FileFindings warnings;
-  ReadAndCheck(options, progress, directory, errors, warnings);
+  std::optional<long long> version;
+  ReadAndCheck(database, options, progress, directory, errors, warnings, version);
   if (errors.Count() > 0) {
     progress.Clear();
     return Refuse(context, options, errors);
@@ -116,19 +154,27 @@ ExitStatus Import(const Context& context, const ImportOptions& options) {
     progress.Clear();
     return ShowDifference(context, database, directory, warnings, options.fail_on);
   }
-  Write(database, directory, progress);
   progress.Clear();
-
   const SectionCounts counts = CountsOf(directory);
+  const SectionCounts before = StoredCounts(database);
+  ConfirmRemoval(context, Sum(before) > 1 && !options.merge
+                              ? "Replace " + CountsText(before) + " by " + CountsText(counts) + "?"
+                              : std::string());
+  const std::string backup = options.no_backup || Sum(before) == 0 ? "" : BackUpBefore("import", database);
+  Write(database, directory, progress, version);
+  progress.Clear();
   if (context.IsVerbose() && !context.WantsJson()) {
     warnings.Print(std::cerr, "perenna-access: warning: ");
   }
-  context.Report(
-      "Imported " + CountsText(counts) + '.' +
-          (warnings.Count() == 0 ? ""
-                                 : " " + Count(warnings.Count(), "warning") +
-                                       (context.IsVerbose() ? "." : "; --verbose or --dry-run show them.")),
-      {{"imported", CountsJson(counts)}, {"warnings", warnings.ToJson()}, {"warning_count", warnings.Count()}});
+  context.Report("Imported " + CountsText(counts) + '.' +
+                     (warnings.Count() == 0 ? ""
+                                            : " " + Count(warnings.Count(), "warning") +
+                                                  (context.IsVerbose() ? "." : "; --verbose or --dry-run show them.")) +
+                     (backup.empty() ? "" : "\nThe directory of before is in " + Quoted(backup) + '.'),
+                 {{"imported", CountsJson(counts)},
+                  {"backup", backup.empty() ? Json() : JsonText(backup)},
+                  {"warnings", warnings.ToJson()},
+                  {"warning_count", warnings.Count()}});
   return ExitStatus::Done;
 }
 
@@ -140,7 +186,8 @@ void AddImportCommand(CLI::App& app, Context& context) {
       "Replace the whole directory by that of a file which \"export\" wrote\n"
       "In one step: all of it or, when anything is wrong with the file, nothing. Others see the old directory or the "
       "new one. What a directory may hold but probably should not, such as filters that never apply, is imported with "
-      "a warning.",
+      "a warning. The directory of before is kept as a backup beside the database. A user without a credential keeps "
+      "the stored one.",
       "perenna-access import --dry-run backup.json\n  perenna-access import backup.json");
   auto options = std::make_shared<ImportOptions>();
   command.add_option("FILE", options->file, "The file; - for standard input")->required();
@@ -150,6 +197,18 @@ void AddImportCommand(CLI::App& app, Context& context) {
   AddFailOnOption(command, options->fail_on).needs(dry_run);
   command.add_flag("--strict", options->strict, "Take warnings for errors: for files that were written by hand");
   command.add_flag("--force", options->force, "Import a file without any user too");
+  command
+      .add_option("--only", options->only,
+                  "Take only these sections from the file, joined by commas: users, groups, memberships, filters; the "
+                  "others stay as they are")
+      ->type_name("SECTIONS")
+      ->delimiter(',')
+      ->expected(1)
+      ->take_all()
+      ->check(CLI::IsMember(std::vector<std::string>{"users", "groups", "memberships", "filters"}));
+  command.add_flag("--merge", options->merge,
+                   "Add and change what the file has, and remove nothing that it does not have");
+  command.add_flag("--no-backup", options->no_backup, "Make no backup of the directory of before, beside the database");
   context.OnRun(command, [&context, options] { return Import(context, *options); });
 }
 

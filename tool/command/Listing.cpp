@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include "directory/file/Tune.h"
+#include "directory/member/Membership.h"
+#include "tool/terminal/Output.h"
 #include "tool/terminal/ProgressBar.h"
 
 namespace Tool {
@@ -62,19 +64,79 @@ Page List(Module& module, ListOperation operation, const PageOptions& page,
   return result;
 }
 
-ExitStatus PrintMembers(const Context& context, const PageOptions& page, const MemberPage& shape) {
+void AddListOptions(CLI::App& command, ListOptions& options) {
+  CLI::Option* const csv =
+      command.add_flag("--csv", options.csv, "Print comma-separated values (RFC 4180), the names first");
+  command.add_flag("--jsonl", options.jsonl, "Print each entry as JSON on a line of its own")->excludes(csv);
+}
+
+namespace {
+
+std::string BytesOf(const Json& value) {
+  if (value.is_array()) {
+    std::string joined;
+    for (const Json& part : value) {
+      joined += (joined.empty() ? "" : ";") + BytesOf(part);
+    }
+    return joined;
+  }
+  return TextOfJson(value).value_or("");
+}
+
+} // namespace
+
+std::string CsvField(const std::string& text) {
+  if (text.find_first_of(",\"\r\n") == std::string::npos) {
+    return text;
+  }
+  std::string quoted = "\"";
+  for (const char byte : text) {
+    quoted += byte == '"' ? "\"\"" : std::string(1, byte);
+  }
+  return quoted + '"';
+}
+
+void PrintEntries(const ListOptions& options, const Json& entries, const std::vector<std::string>& names) {
+  Output out;
+  if (options.csv) {
+    out.Write(CLI::detail::join(names, ",") + "\r\n");
+  }
+  for (const Json& entry : entries) {
+    if (options.jsonl) {
+      out.Write(entry.dump(-1, ' ', true) + '\n');
+      continue;
+    }
+    std::string line;
+    for (const std::string& name : names) {
+      line += (name == names.front() ? "" : ",") + CsvField(BytesOf(entry.at(name)));
+    }
+    out.Write(line + "\r\n");
+  }
+  out.Finish();
+}
+
+ExitStatus PrintMembers(const Context& context, const ListOptions& form, const MemberPage& shape) {
+  const PageOptions& page = shape.page;
   Database database(context.DatabaseFile(), Database::Access::Read);
   MemberListing listing;
   {
     ProgressBar progress;
     listing = ListWithMembers(database, shape.section, static_cast<std::size_t>(page.skip),
-                              static_cast<std::size_t>(page.limit), progress);
+                              static_cast<std::size_t>(page.limit), progress, shape.selection);
   }
-  if (context.WantsJson()) {
-    Json results = Json::array();
-    for (std::size_t row = 0; row < listing.rows.Count(); ++row) {
-      results.push_back(shape.row_json(listing, row));
-    }
+  if (listing.total == 0 && !shape.selection.member_of.empty() && !GroupExists(database, shape.selection.member_of)) {
+    throw Failure(Failure::Kind::Refused, "there is no group " + Quoted(shape.selection.member_of));
+  }
+  Json results = Json::array();
+  for (std::size_t row = 0; (context.WantsJson() || form.IsGiven()) && row < listing.rows.Count(); ++row) {
+    results.push_back(shape.row_json(listing, row));
+  }
+  if (form.IsGiven()) {
+    PrintEntries(form, results,
+                 shape.section == Users
+                     ? std::vector<std::string>{"user_id", "auth_method", "create_date", "create_user", "groups"}
+                     : std::vector<std::string>{"group_id", "group_name", "users"});
+  } else if (context.WantsJson()) {
     PrintJson({{"skip", page.skip},
                {"limit", std::min(listing.total, static_cast<std::size_t>(page.limit))},
                {"total", listing.total},

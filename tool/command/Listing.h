@@ -13,6 +13,23 @@
 
 namespace Tool {
 
+/// Forms of a listing for other programs beside --json.
+struct ListOptions {
+  bool csv = false;   ///< RFC 4180, with a first line of names; lists joined by ";"
+  bool jsonl = false; ///< each result on a line of its own
+
+  /// Whether the entries are to be written in one of them.
+  bool IsGiven() const noexcept { return csv || jsonl; }
+};
+void AddListOptions(CLI::App& command, ListOptions& options);
+
+/// A value of CSV (RFC 4180), quoted where it must be.
+std::string CsvField(const std::string& text);
+
+/// Writes the entries, objects of one shape, in the form that was asked for. A text that is not UTF-8 stands in CSV as
+/// its bytes.
+void PrintEntries(const ListOptions& options, const Json& entries, const std::vector<std::string>& names);
+
 using ListOperation = Tarn::Result_t (LocalAccessManager::UserManager::*)(Perenna::PagedResults::ResultState&,
                                                                           Perenna::PListDict&);
 
@@ -38,11 +55,13 @@ Page List(Module& module, ListOperation operation, const PageOptions& page,
 /// row. On a terminal, how far it is when it takes long, and a hint to "tune" when the file is large and was not.
 struct MemberPage {
   SectionNumber section;
+  PageOptions page;
+  Selection selection;
   std::vector<std::string> headings;
   std::function<Json(const MemberListing&, std::size_t row)> row_json;
   std::function<std::vector<Cell>(const MemberListing&, std::size_t row)> row_cells;
 };
-ExitStatus PrintMembers(const Context& context, const PageOptions& page, const MemberPage& shape);
+ExitStatus PrintMembers(const Context& context, const ListOptions& form, const MemberPage& shape);
 
 /// The texts as a JSON array.
 Json JsonTexts(const std::vector<std::string>& texts);

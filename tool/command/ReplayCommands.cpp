@@ -102,6 +102,9 @@ ExitStatus RunReplay(const Context& context, const ReplayOptions& options) {
 void RunOn(const std::string& database, const std::vector<std::string>& command) {
   std::vector<std::string> words = {"perenna-access", "--yes", "--database=" + database};
   words.insert(words.end(), command.begin(), command.end());
+  if (command.front() == "import") { // of a copy that is thrown away
+    words.insert(words.begin() + 4, "--no-backup");
+  }
   std::vector<char*> arguments;
   for (std::string& word : words) {
     arguments.push_back(word.data());

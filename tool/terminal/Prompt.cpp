@@ -221,6 +221,11 @@ Secret AskForNewPassword(const std::string& whose) {
   throw Failure(Failure::Kind::Input, "the two passwords differed " + std::to_string(Rounds) + " times");
 }
 
+Secret AskForPassword(const std::string& prompt) {
+  const Terminal terminal;
+  return ReadSilently(terminal, prompt);
+}
+
 bool AskYesOrNo(const std::string& question, bool otherwise) {
   const Terminal terminal;
   const HeldSignals signals;

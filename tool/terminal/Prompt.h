@@ -21,6 +21,9 @@ bool HasTerminal() noexcept;
 /// Throws `Cancelled`, also for Ctrl-D, or `Failure`: no terminal, never the same, empty.
 Secret AskForNewPassword(const std::string& whose);
 
+/// Asks for a password once, likewise. An empty one is what was typed.
+Secret AskForPassword(const std::string& prompt);
+
 /// Asks a yes-or-no question at the controlling terminal; `otherwise` on an empty answer. Throws `Cancelled`, also for
 /// Ctrl-D, or `Failure` where there is no terminal.
 bool AskYesOrNo(const std::string& question, bool otherwise);

@@ -129,8 +129,7 @@ Reply PutMembership(Call& call) {
   Database& database = change.TheDatabase();
   change.RequireMatch(RequireGroup(call, database, group_id).etag);
   RequireUser(call, database, user_id);
-  if (database.Number("SELECT count(*) FROM groupusers WHERE group_id = ? AND user_id = ?", {group_id, user_id}) == 0) {
-    database.Run("INSERT INTO groupusers(group_id, user_id) VALUES(?, ?)", {group_id, user_id});
+  if (AccessDirectory::AddMembership(database, group_id, user_id)) {
     change.Commit();
   }
   return {204};
