@@ -90,13 +90,21 @@ ExitStatus Refuse(const Context& context, const ImportOptions& options, const Fi
 }
 
 /// Puts the directory in place of the stored one, which is still that of `version` when what was read is part of it.
-void Write(Database& database, const Directory& directory, Progress& progress, std::optional<long long> version) {
+/// Returns the name of the backup that it makes first, of exactly what it replaces.
+std::string Write(Database& database, const Directory& directory, Progress& progress, std::optional<long long> version,
+                  bool with_backup) {
   Transaction transaction(database);
   if (version && VersionOf(database) != *version) {
     throw Failure(Failure::Kind::Refused, "the directory was changed meanwhile; nothing was imported");
   }
+  std::string backup;
+  if (with_backup) {
+    Database stored(database.File(), Database::Access::Read);
+    backup = BackUpBefore("import", stored);
+  }
   ReplaceDirectory(database, directory, progress);
   transaction.Commit();
+  return backup;
 }
 
 /// What the import would change of what users may do.
@@ -160,8 +168,7 @@ ExitStatus Import(const Context& context, const ImportOptions& options) {
   ConfirmRemoval(context, Sum(before) > 1 && !options.merge
                               ? "Replace " + CountsText(before) + " by " + CountsText(counts) + "?"
                               : std::string());
-  const std::string backup = options.no_backup || Sum(before) == 0 ? "" : BackUpBefore("import", database);
-  Write(database, directory, progress, version);
+  const std::string backup = Write(database, directory, progress, version, !options.no_backup && Sum(before) > 0);
   progress.Clear();
   if (context.IsVerbose() && !context.WantsJson()) {
     warnings.Print(std::cerr, "perenna-access: warning: ");
