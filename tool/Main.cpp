@@ -77,6 +77,7 @@ public:
     Tool::AddProveCommand(m_App, m_Context);
     Tool::AddTuneCommand(m_App, m_Context);
     Tool::AddServeCommand(m_App, m_Context);
+    Tool::AddProxyCheckCommand(m_App, m_Context);
     Tool::AddSyncCommands(m_App, m_Context);
     Tool::AddExportCommand(m_App, m_Context);
     Tool::AddImportCommand(m_App, m_Context);

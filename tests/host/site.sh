@@ -110,6 +110,8 @@ expect 200 'after a kill' -d x $http/articles
 expect 200 'a public path' -H 'Remote-User: admin' -H 'Remote-Groups: administrators' $http/public/logo
 grep -q "for '' of ''" body || fail "nobody became: $(cat body)"
 
+[ "$proxy" = nginx ] || exit 0 # the rest is the host's own, whoever stands before it
+
 # SIGHUP opens the logs anew.
 mv decisions.log decisions.log.1
 kill -HUP $host
@@ -122,7 +124,6 @@ grep -q 'correct horse' ./*.log* && fail "a password stands in a log"
 # A replaced file: no answer from the old one, and an end that asks for a new start.
 perenna-access --config host.json backup copy.db >>site.log
 mv copy.db access.db
-case $proxy in nginx) ;; *) away=503 ;; esac
 expect $away 'a replaced file' -d x $http/articles
 ended=0
 wait $host || ended=$?

@@ -19,6 +19,7 @@ void AddDiffCommand(CLI::App& app, Context& context);
 void AddProveCommand(CLI::App& app, Context& context);
 void AddTuneCommand(CLI::App& app, Context& context);
 void AddServeCommand(CLI::App& app, Context& context);
+void AddProxyCheckCommand(CLI::App& app, Context& context);
 void AddSyncCommands(CLI::App& app, Context& context);
 void AddExportCommand(CLI::App& app, Context& context);
 void AddImportCommand(CLI::App& app, Context& context);
