@@ -55,6 +55,9 @@ std::vector<Shown> Session(const std::string& document) {
 std::string Normalised(std::string text) {
   text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
   text = std::regex_replace(text, std::regex("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}"), "<time>");
+  text = std::regex_replace(text, std::regex("[0-9]{8}T[0-9]{6}Z"), "<moment>");
+  text = std::regex_replace(text, std::regex("\\b[0-9a-f]{40}\\b"), "<thumbprint>");
+  text = std::regex_replace(text, std::regex("([a-z2-9]{4}-){4}[a-z2-9]{4}"), "<password>");
   text = std::regex_replace(text, std::regex("[0-9a-f]{32}:[0-9a-f]{64}"), "<expression>");
   text = std::regex_replace(text, std::regex("\"/[^\"]*/site/"), "\"<place>/site/");
   return std::regex_replace(text, std::regex(" +\n"), "\n");
@@ -71,12 +74,14 @@ std::vector<std::pair<std::string, std::string>> Dialogue(const std::vector<Show
     for (std::string line; std::getline(lines, line);) {
       for (const char* const prompt :
            {"New password for", "The same once more:", "Enter host password for", "Password:"}) {
-        if (line.rfind(prompt, 0) == 0) {
+        if (line.rfind(prompt, 0) == 0 && line.find("Password: ") == std::string::npos) { // that is an answer
           dialogue.emplace_back(prompt, Password);
         }
       }
-      if (const std::size_t question = line.find("[Y/n] "); question != std::string::npos) {
-        dialogue.emplace_back("[Y/n] ", line.substr(question + 6) + "\n");
+      for (const std::string choice : {"[Y/n] ", "[y/N] "}) {
+        if (const std::size_t question = line.find(choice); question != std::string::npos) {
+          dialogue.emplace_back(choice, line.substr(question + choice.size()) + "\n");
+        }
       }
     }
   }
