@@ -13,6 +13,7 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include "directory/audit/RowChanges.h"
 #include "directory/Failure.h"
 #include "directory/Log.h"
 #include "directory/text/Text.h"
@@ -221,6 +222,9 @@ ServiceEnd RunUntilAsked(Service& service, const Signals& signals, const Alarm& 
 
 ServiceEnd Serve(const Configuration& configuration) {
   WatchSqliteErrors();
+  if (!configuration.log.administration.empty()) {
+    AccessDirectory::WatchRowChanges(); // before any file is opened
+  }
   const ServiceLog log(configuration.log.level);
   const ServiceManager manager;
   const Signals signals;

@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <iostream>
 #include <memory>
+#include <set>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -10,6 +11,7 @@
 
 #include "directory/Failure.h"
 #include "directory/Log.h"
+#include "tool/cli/AuditTrail.h"
 #include "tool/cli/Arguments.h"
 #include "tool/cli/CommandTree.h"
 #include "tool/cli/ErrorReport.h"
@@ -59,6 +61,16 @@ void Describe(CLI::App& app) {
   app.fallthrough();
 }
 
+/// Whether the command is one that changes the directory, and is to leave a trail. What the host changes it records
+/// itself.
+bool Changes(const CLI::App& app) {
+  static const std::set<std::string> nouns = {"init", "user", "group", "filter", "import", "restore"};
+  static const std::set<std::string> questions = {"list", "show", "access", "verify", "test"};
+  const CLI::App* const noun = app.get_subcommands().front();
+  const auto verbs = noun->get_subcommands();
+  return nouns.count(noun->get_name()) != 0 && (verbs.empty() || questions.count(verbs.front()->get_name()) == 0);
+}
+
 /// The whole program: the command line as the parser knows it, and what the commands share.
 class Program {
 public:
@@ -82,6 +94,7 @@ public:
     Tool::AddExportCommand(m_App, m_Context);
     Tool::AddImportCommand(m_App, m_Context);
     Tool::AddBackupCommands(m_App, m_Context);
+    Tool::AddAuditCommands(m_App, m_Context);
     Tool::AddCompletionCommands(m_App, m_Context);
     Tool::AddManualCommand(m_App, m_Context);
     Tool::AddHelpCommand(m_App, m_Context);
@@ -109,7 +122,18 @@ public:
         std::cerr << "perenna-access: log: " << AccessDirectory::Shown(line, AccessDirectory::Backslash::Kept) << '\n';
       });
     }
-    return m_Context.Run();
+    if (!Changes(m_App)) {
+      return m_Context.Run();
+    }
+    Tool::AuditTrail audit(m_Context.AuditFile());
+    try {
+      const Tool::ExitStatus status = m_Context.Run();
+      audit.Write(arguments, status);
+      return status;
+    } catch (const AccessDirectory::Failure& failure) { // part of it may be done
+      audit.Write(arguments, Tool::StatusOf(failure));
+      throw;
+    }
   }
 
   void Report(Tool::ExitStatus status, const std::string& message) const {

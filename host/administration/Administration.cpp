@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "TN_log.h"
+#include "directory/audit/RowChanges.h"
 #include "directory/Failure.h"
 #include "host/administration/Reading.h"
 #include "host/administration/operation/Operations.h"
@@ -222,6 +223,7 @@ Response Administration::Answer(Job& job, std::unique_ptr<Judge>& judge) {
     credentials = {};
     credentials.kind = Credentials::Kind::Known;
     credentials.user_id = job.caller;
+    AccessDirectory::TakeRowChanges(); // of a call that left no line
     judge->BeginGroup();
     JudgeAgain(*judge, m_Context.configuration, *job.admission, IsForKnown(job.match));
     if (!job.admission->is_admitted) {
@@ -269,6 +271,11 @@ void Administration::Log(const Job& job, const Call* call, unsigned status) {
       .Text("path", PathOf(job.request.target));
   line.Raw("done", call == nullptr ? "{}" : call->done.dump(-1, ' ', true));
   line.Number("status", status);
+  std::string list;
+  for (const std::string& row : AccessDirectory::TakeRowChanges()) {
+    list.append(list.empty() ? "" : ",").append(row);
+  }
+  line.Raw("rows", '[' + list + ']');
   m_Context.log.Write(line.Finish());
 }
 

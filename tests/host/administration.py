@@ -323,6 +323,11 @@ def secrets(host):
     lines = [json.loads(line) for line in logs[0].splitlines()]
     created = next(line for line in lines if line["done"].get("operation") == "create user" and line["status"] == 201)
     assert created["user_id"] == "admin" and created["done"]["user_id"] == "alice" and created["path"] == "/access/users", created
+    row = created["rows"][0]
+    assert row["table"] == "users" and row["before"] is None and row["after"]["user_id"] == "alice", created
+    assert not any("auth_value" in line for line in logs[0].splitlines())
+    refused = [line for line in lines if line["status"] >= 400]
+    assert refused and all(line["rows"] == [] for line in refused), refused
 
 
 with tempfile.TemporaryDirectory() as place:

@@ -148,5 +148,39 @@ TEST_F(Everyday, APolicyIsKeptWithoutCredentialsAndComesBackInParts) {
   Run({{{"import", policy}, 2, "", "users[1]: is a new user without a credential"}});
 }
 
+TEST_F(Everyday, ATrailHoldsWhatWasChangedAndNothingElse) {
+  const std::string trail = PathBeside("audit.log");
+  const auto audited = [&](Arguments arguments, const std::string& input) {
+    Arguments all = {"--audit", trail};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    return Tool(all, input).status;
+  };
+  EXPECT_EQ(audited("user list", ""), 0);
+  EXPECT_EQ(audited("user delete bo nobody", ""), 1); // rolled back
+  EXPECT_EQ(Names(Place()), std::vector<std::string>({"access.db", "audit.log"}));
+  EXPECT_EQ(Contents(trail), "");
+  EXPECT_EQ(audited("user set-password ann --password-stdin", "new secret\n"), 0);
+  EXPECT_EQ(audited("group add ops", ""), 0); // through the module
+  EXPECT_EQ(audited("user delete bo", ""), 0);
+  EXPECT_EQ(audited({"user", "add", "x", "--password-stdin", "--group", "none"}, "p\n"), 2);
+  const std::string text = Contents(trail);
+  EXPECT_EQ(text.find("secret"), std::string::npos);
+  EXPECT_EQ(text.find("auth_value"), std::string::npos);
+  const auto shown = Json({"--audit", trail, "audit", "show"});
+  ASSERT_EQ(shown["total"], 3) << text;
+  EXPECT_EQ(
+      shown["results"][0]["rows"],
+      OrderedJson::parse(R"([{"table":"users","before":{"user_id":"ann","auth_method":"plain_pw","create_date":"",)"
+                         R"("create_user":"root"},"after":{"user_id":"ann","auth_method":"sha256",)"
+                         R"("create_date":"","create_user":"root"},"credential_changed":true}])"));
+  EXPECT_EQ(shown["results"][1]["rows"],
+            OrderedJson::parse(R"([{"table":"groups","before":null,"after":{"group_id":"ops","group_name":"ops"}}])"));
+  EXPECT_EQ(shown["results"][2]["command"], OrderedJson::parse(R"(["user","delete","bo"])"));
+  EXPECT_EQ(Json({"--audit", trail, "audit", "show", "--user", "bo"})["total"], 1);
+  EXPECT_EQ(Json({"--audit", trail, "audit", "show", "--since", "9999"})["total"], 0);
+  Run({{{"--audit", Place(), "user", "disable", "ann"}, 3, "", "nothing was done"},
+       {"audit show", 2, "", "which audit trail?"}});
+}
+
 } // namespace
 } // namespace Testing

@@ -23,6 +23,9 @@ void Context::AddGlobalOptions(CLI::App& app) {
       ->type_name("FILE")
       ->check(NotEmpty())
       ->excludes(database);
+  app.add_option("--audit", m_Audit, "Record changes, as JSON lines at the end of this file")
+      ->type_name("FILE")
+      ->check(NotEmpty());
   app.add_flag("--json", m_Json, "Print JSON for programs instead of text for people");
   app.add_flag("-y,--yes", m_Yes, "Answer questions with yes, where something would be asked at a terminal");
   app.add_flag("--verbose", m_Verbose, "Print the library's log lines to standard error");
@@ -55,6 +58,10 @@ Host::DirectoryPart Context::Directory() const {
   Host::DirectoryPart part;
   part.administrators = "administrators";
   return part;
+}
+
+std::string Context::AuditFile() const {
+  return !m_Audit.empty() ? m_Audit : Directory().administration_log;
 }
 
 std::string Context::Administrators() const {

@@ -37,6 +37,10 @@ public:
   /// Throws `Failure`.
   Host::DirectoryPart Directory() const;
 
+  /// Where changes are recorded: what --audit names, else "Host.Log.Administration" of the configuration; empty:
+  /// nowhere. Throws `Failure`.
+  std::string AuditFile() const;
+
   /// Whether questions are answered with yes beforehand.
   bool AssumesYes() const noexcept { return m_Yes; }
 
@@ -55,6 +59,7 @@ public:
 private:
   std::string m_Database;
   std::string m_Config;
+  std::string m_Audit;
   bool m_Json = false;
   bool m_Verbose = false;
   bool m_Yes = false;

@@ -24,6 +24,7 @@ void AddSyncCommands(CLI::App& app, Context& context);
 void AddExportCommand(CLI::App& app, Context& context);
 void AddImportCommand(CLI::App& app, Context& context);
 void AddBackupCommands(CLI::App& app, Context& context);
+void AddAuditCommands(CLI::App& app, Context& context);
 void AddCompletionCommands(CLI::App& app, Context& context);
 void AddHelpCommand(CLI::App& app, Context& context);
 void AddManualCommand(CLI::App& app, Context& context);
