@@ -7,6 +7,7 @@
 #include <locale.h> // NOLINT(modernize-deprecated-headers): newlocale and uselocale are POSIX, not C++
 
 #include "TN_log.h"
+#include "platform/pattern/Begin.h"
 #include "platform/pattern/Cost.h"
 
 namespace Perenna {
@@ -79,6 +80,10 @@ RegularExpression::RegularExpression(const std::string& pattern) {
     }
     Tarn::DefaultLogSink().Error("regex init failed for expression \"%s\": %s\n", text, explanation.data());
   }
+}
+
+bool RegularExpression::CannotMatch(const char* pattern, const char* text) {
+  return Pattern::CannotBegin(pattern, text);
 }
 
 RegularExpression::~RegularExpression() {

@@ -39,6 +39,11 @@ public:
   /// gives `NoMatch`, one that is too costly for this library or for the memory at hand `Undecided`.
   Outcome Test(const char* text) const noexcept;
 
+  /// Whether a pattern (up to its first NUL) certainly has no match in `text` and nothing to report, as far as the
+  /// literal text tells that must follow its "^": an object built from it would log nothing, and its `Test` would give
+  /// `NoMatch`. Takes a fraction of what compiling takes. False says nothing. Throws std::bad_alloc only.
+  static bool CannotMatch(const char* pattern, const char* text);
+
   /// Whether `Test` gives `Match`.
   bool match(const std::string& text) const noexcept { return match(text.c_str()); }
   bool match(const char* text) const noexcept { return Test(text) == Outcome::Match; }

@@ -1,6 +1,6 @@
 // The SQL function `regexp`, and the doubt that it raises. This is the one place of the module that asks of
 // RegularExpression more than `match`: a framework whose own wrapper has no `Test` would lose the doubt about patterns
-// here, and nothing else.
+// here, and one without `CannotMatch` time.
 
 #include "Regexp.h"
 
@@ -37,6 +37,9 @@ Outcome Evaluate(sqlite3_value* pattern, sqlite3_value* subject) {
     return Outcome::Undecided;
   }
   if (regex == nullptr || value == nullptr) {
+    return Outcome::NoMatch;
+  }
+  if (Perenna::RegularExpression::CannotMatch(regex, value)) { // most filters are for other paths than the request's
     return Outcome::NoMatch;
   }
   const Perenna::RegularExpression compiled(regex);

@@ -4,6 +4,7 @@
 
 #include <regex.h>
 
+#include "platform/pattern/Begin.h"
 #include "platform/pattern/Tree.h"
 
 using namespace Perenna::Pattern;
@@ -82,4 +83,40 @@ TEST(PatternTree, EscapesHaveTheirPlaces) {
   EXPECT_TRUE(escapes[1].byte == 'w' && escapes[1].in_bracket_list);
   EXPECT_EQ(tree.GetFault(), Fault::Malformed); // there is no group 1
   EXPECT_EQ(tree.End(), 8U);
+}
+
+TEST(PatternBegin, NeverContradictsTheLibrary) {
+  const char* const parts[] = {"/",  "a",   "b",   "/a", "\\.", "\\d",  "\\w", "\\b",   "[ab]", "[^/]", "*", "+",
+                               "?",  "{2}", "{0}", "{",  "|",   "(",    ")",   "(a|b)", "()",   "^",    "$", ".",
+                               "\n", "\\1", "\\(", "a?", "a*",  "(^a)", "]",   "[",     "\\",   "\xc3"};
+  const char* const texts[] = {"/", "a", "b", "/a", ".", "\\", "d", "\n", "\xc3", "(", "^", "{", "2", ""};
+  constexpr unsigned Seed = 1;
+  std::mt19937 random(Seed);
+  int decided = 0;
+  for (int round = 0; round < 20000; ++round) {
+    std::string pattern = random() % 8 == 0 ? "" : "^";
+    for (auto length = random() % 7; length > 0; --length) {
+      pattern += parts[random() % std::size(parts)];
+    }
+    regex_t regex;
+    const bool compiles = regcomp(&regex, pattern.c_str(), REG_EXTENDED | REG_NEWLINE) == 0;
+    for (int tries = 0; tries < 5; ++tries) {
+      std::string text;
+      for (auto length = random() % 5; length > 0; --length) {
+        text += texts[random() % std::size(texts)];
+      }
+      if (CannotBegin(pattern, text)) {
+        ++decided;
+        ASSERT_TRUE(compiles && regexec(&regex, text.c_str(), 0, nullptr, 0) == REG_NOMATCH)
+            << pattern << " on " << text;
+      }
+    }
+    if (compiles) {
+      regfree(&regex);
+    }
+  }
+  EXPECT_GT(decided, 5000);
+  EXPECT_TRUE(CannotBegin("^/a/(b|c)", "/b/a") && CannotBegin("^/a\\.b$", "/axb"));
+  EXPECT_FALSE(CannotBegin("^/a", "/ab") || CannotBegin("^/a|/b", "/b") || CannotBegin("^b", "a\nb"));
+  EXPECT_FALSE(CannotBegin("^/a(", "/b") || CannotBegin("^x.*a.{4000}b", "/b")); // to be reported
 }
