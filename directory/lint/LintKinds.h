@@ -55,6 +55,7 @@ inline constexpr LintKind FilterIdle = {"filter-idle", Severity::Note};
 inline constexpr LintKind FilterConstruct = {"filter-construct", Severity::Problem};
 inline constexpr LintKind FilterEscape = {"filter-escape", Severity::Problem};
 inline constexpr LintKind FilterQuantifier = {"filter-quantifier", Severity::Problem};
+inline constexpr LintKind FilterAssertion = {"filter-assertion", Severity::Problem};
 inline constexpr LintKind FilterDialect = {"filter-dialect", Severity::Note};
 inline constexpr LintKind FilterTarget = {"filter-target", Severity::Problem};
 inline constexpr LintKind FilterEverything = {"filter-everything", Severity::Note};

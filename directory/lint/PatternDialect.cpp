@@ -6,6 +6,8 @@
 
 #include "directory/lint/PatternReader.h"
 #include "directory/text/Text.h"
+#include "platform/pattern/network/ExpandedSizes.h"
+#include "platform/pattern/network/Network.h"
 
 namespace AccessDirectory {
 
@@ -173,6 +175,33 @@ void PatternReader::ReadRepetitions() {
     if (node.kind == Kind::Repetition && At(node.first_child).kind == Kind::Repetition) {
       ReadRepetition(node, At(node.first_child));
     }
+  }
+}
+
+/// Of what a repetition writes out, the C library lets conditions hold in the first part only, but for those that end
+/// a part: "(^a|b){2}" matches "ba".
+void PatternReader::ReadRepeatedAssertions() {
+  using namespace Perenna::Pattern;
+  bool any = false;
+  for (NodeIndex index = 0; index < m_Tree.Size(); ++index) {
+    any = any || At(index).kind == Kind::Assertion;
+  }
+  if (!any || ExpandedSizes(m_Tree)[m_Tree.Root()] > MaximumElements) {
+    return;
+  }
+  const Network network(m_Tree);
+  bool lost = false;
+  for (std::size_t node = 0; network.Complete() && node < network.Size() && !lost; ++node) {
+    const Network::Node& one = network[node];
+    const bool asks = one.conditions != 0 && one.origin == NoNode && one.ways > 0;
+    lost = asks && network[one.next[0]].repeated && network[one.next[0]].origin == NoNode;
+  }
+  if (lost) {
+    Find(LintKinds::FilterAssertion,
+         "a condition such as \"^\" stands in a repetition, where it holds the first time only: the pattern matches "
+         "more "
+         "than it says",
+         "write the parts of the repetition one after the other");
   }
 }
 

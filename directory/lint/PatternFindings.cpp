@@ -20,6 +20,7 @@ PatternReading PatternReader::Read() {
   }
   ReadEscapes();
   ReadRepetitions();
+  ReadRepeatedAssertions();
   if (m_Allows && MatchesEveryTarget()) {
     m_Edits.clear();
     Change(0, m_Pattern.size(), "^/");

@@ -45,6 +45,8 @@ private:
   void ReadRepetitions();
   void ReadRepetition(const Node& outer, const Node& inner);
 
+  void ReadRepeatedAssertions();
+
   // What the pattern matches.
   bool MatchesEveryTarget() const;
   bool ReadTarget();

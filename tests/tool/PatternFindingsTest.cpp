@@ -55,6 +55,8 @@ TEST(PatternFindings, NameWhatIsOddAndMendItWithoutGrantingMoreOrRefusingLess) {
       {"(?i)^/a$", "construct", "", ""},
       {"^/(?!a)", "construct", "", ""},
       {"^/a(b", "", "", ""},
+      {"^/(^a|b){2}$", "assertion", "", ""}, // matches "/ba"
+      {"^/(^|b){2}$", "", "", ""},
       // Targets.
       {"^a/b$", "target", "^/a/b$", "^/a/b$"},
       {"^https?://h/a", "target", "", ""},
