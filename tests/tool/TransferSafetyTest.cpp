@@ -2,9 +2,11 @@
 
 #include <chrono>
 #include <filesystem>
+#include <set>
 #include <thread>
 
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include "DirectoryFiles.h"
 #include "support/HostileMachine.h"
@@ -92,6 +94,29 @@ TEST_F(TransferSafety, AFullDiskLetsATunedFileBeReadByOneAtATime) {
   for (const auto& [refused, reason] : refusals) {
     EXPECT_EQ(refused.status, 3);
     EXPECT_NE(refused.err.find(reason), std::string::npos) << refused.err;
+  }
+}
+
+TEST_F(TransferSafety, ASignalAmidAnExportOrABackupLeavesNothingBehind) {
+  Fill("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 200000) INSERT INTO filters SELECT "
+       "'GET',"
+       " 'g', '^/some/long/path/' || i, 'Allow' FROM n");
+  const auto names = [this] {
+    std::set<std::string> found;
+    for (const auto& entry : std::filesystem::directory_iterator(m_Place.Path())) {
+      found.insert(entry.path().filename());
+    }
+    return found;
+  };
+  const std::set<std::string> before = names();
+  for (const std::string command : {"export", "backup"}) {
+    ToolProcess tool(m_Database, {command, m_Place.File("copy")});
+    for (int waited = 0; names().size() == before.size() && waited < 20000; ++waited) {
+      usleep(500); // until its unfinished file is there
+    }
+    kill(tool.Id(), SIGTERM);
+    EXPECT_EQ(tool.Wait(), 128 + SIGTERM) << command;
+    EXPECT_EQ(names(), before) << command;
   }
 }
 
