@@ -87,6 +87,7 @@ public:
     Tool::AddLintCommand(m_App, m_Context);
     Tool::AddDiffCommand(m_App, m_Context);
     Tool::AddProveCommand(m_App, m_Context);
+    Tool::AddMatrixCommand(m_App, m_Context);
     Tool::AddTuneCommand(m_App, m_Context);
     Tool::AddServeCommand(m_App, m_Context);
     Tool::AddProxyCheckCommand(m_App, m_Context);

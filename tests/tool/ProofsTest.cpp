@@ -81,6 +81,29 @@ TEST_F(Proofs, SentencesHoldOrHaveACounterExample) {
   });
 }
 
+TEST_F(Proofs, MatrixCutsAllTargetsIntoRegions) {
+  Sql("INSERT INTO filters VALUES('GET', 'staff', '/x$', 'Deny'), ('GET', 'interns', '\\b7', 'Deny')");
+  Run({
+      {"matrix", 0,
+       "USERS  GROUPS    TARGETS LIKE  METHODS\n"
+       "root   no group  -             -\n"
+       "ina    interns   /articles     ? GET\n"
+       "ina    interns   /articles/x   ? GET\n"
+       "alice  staff     /articles     GET\n"
+       "alice  staff     /articlesa    GET\n"
+       "alice  staff     /pay          PUT\n"
+       "alice  staff     /pay/x        PUT\n"
+       "The filters tell 8 regions of paths in normal form apart; where no row is, nothing is allowed.\n",
+       "\"?\" stands where"},
+      {"matrix --csv --groups", 0,
+       "subject,groups,target,method,verdict\r\n\"interns\",\"interns\",\"/articles\",GET,unknown\r\n"
+       "\"interns\",\"interns\",\"/articles/x\",GET,unknown\r\n\"staff\",\"staff\",\"/articles\",GET,allowed\r\n"
+       "\"staff\",\"staff\",\"/articlesa\",GET,allowed\r\n\"staff\",\"staff\",\"/pay\",PUT,allowed\r\n"
+       "\"staff\",\"staff\",\"/pay/x\",PUT,allowed\r\n",
+       "\"?\" stands where"},
+  });
+}
+
 } // namespace
 
 } // namespace Testing

@@ -17,6 +17,7 @@ void AddReplayCommands(CLI::App& app, Context& context);
 void AddLintCommand(CLI::App& app, Context& context);
 void AddDiffCommand(CLI::App& app, Context& context);
 void AddProveCommand(CLI::App& app, Context& context);
+void AddMatrixCommand(CLI::App& app, Context& context);
 void AddTuneCommand(CLI::App& app, Context& context);
 void AddServeCommand(CLI::App& app, Context& context);
 void AddProxyCheckCommand(CLI::App& app, Context& context);
