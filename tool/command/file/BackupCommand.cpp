@@ -8,7 +8,7 @@
 #include "directory/file/Backup.h"
 #include "directory/file/FileNames.h"
 #include "directory/file/NewFile.h"
-#include "tool/command/BackupCommand.h"
+#include "tool/command/file/BackupCommand.h"
 #include "tool/DirectoryNames.h"
 #include "tool/terminal/ProgressBar.h"
 

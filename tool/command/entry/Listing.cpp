@@ -1,4 +1,4 @@
-#include "tool/command/Listing.h"
+#include "tool/command/entry/Listing.h"
 
 #include <algorithm>
 #include <iostream>

@@ -4,7 +4,7 @@
 
 #include "directory/member/Membership.h"
 #include "tool/cli/option/LockoutOptions.h"
-#include "tool/command/Listing.h"
+#include "tool/command/entry/Listing.h"
 
 namespace Tool {
 

@@ -8,7 +8,7 @@
 #include "directory/policy/AccessRulesReader.h"
 #include "directory/policy/Proof.h"
 #include "directory/transfer/Input.h"
-#include "tool/command/Proofs.h"
+#include "tool/command/question/Proofs.h"
 #include "tool/terminal/ProgressBar.h"
 
 namespace Tool {

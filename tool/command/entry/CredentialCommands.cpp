@@ -1,4 +1,4 @@
-#include "tool/command/CredentialCommands.h"
+#include "tool/command/entry/CredentialCommands.h"
 
 #include <iostream>
 #include <memory>

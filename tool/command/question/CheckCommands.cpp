@@ -7,10 +7,10 @@
 #include "directory/explain/Explanation.h"
 #include "directory/Module.h"
 #include "directory/text/Vocabulary.h"
-#include "tool/command/Listing.h"
+#include "tool/command/entry/Listing.h"
 #include "tool/DirectoryNames.h"
 #include "tool/terminal/LineReader.h"
-#include "tool/command/Question.h"
+#include "tool/command/question/Question.h"
 #include "tool/terminal/Table.h"
 
 namespace Tool {

@@ -6,7 +6,7 @@
 
 #include "directory/policy/AccessRulesReader.h"
 #include "directory/policy/Matrix.h"
-#include "tool/command/Proofs.h"
+#include "tool/command/question/Proofs.h"
 #include "tool/terminal/ProgressBar.h"
 
 namespace Tool {

@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "directory/policy/AccessRulesReader.h"
-#include "tool/command/Proofs.h"
+#include "tool/command/question/Proofs.h"
 #include "tool/terminal/ProgressBar.h"
 
 namespace Tool {

@@ -7,7 +7,7 @@
 #include "directory/explain/WhoMay.h"
 #include "directory/member/Membership.h"
 #include "directory/text/Vocabulary.h"
-#include "tool/command/Listing.h"
+#include "tool/command/entry/Listing.h"
 #include "tool/DirectoryNames.h"
 #include "tool/terminal/Table.h"
 

@@ -9,7 +9,7 @@
 #include "directory/Module.h"
 #include "tool/cli/option/LockoutOptions.h"
 #include "tool/cli/option/Validators.h"
-#include "tool/command/Listing.h"
+#include "tool/command/entry/Listing.h"
 #include "tool/DirectoryNames.h"
 #include "tool/terminal/Confirmation.h"
 #include "tool/terminal/Table.h"

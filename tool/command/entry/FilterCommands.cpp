@@ -8,7 +8,7 @@
 #include "directory/lint/PatternFindings.h"
 #include "directory/Module.h"
 #include "directory/text/Vocabulary.h"
-#include "tool/command/Listing.h"
+#include "tool/command/entry/Listing.h"
 #include "tool/DirectoryNames.h"
 #include "tool/terminal/Table.h"
 

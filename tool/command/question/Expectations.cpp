@@ -6,7 +6,7 @@
 #include "directory/Module.h"
 #include "directory/text/Vocabulary.h"
 #include "directory/transfer/Input.h"
-#include "tool/command/Question.h"
+#include "tool/command/question/Question.h"
 
 namespace Tool {
 

@@ -1,4 +1,4 @@
-#include "tool/command/DifferenceTable.h"
+#include "tool/command/file/DifferenceTable.h"
 
 #include "tool/terminal/Table.h"
 

@@ -1,4 +1,4 @@
-#include "tool/command/Proofs.h"
+#include "tool/command/question/Proofs.h"
 
 #include <iostream>
 #include <set>

@@ -53,8 +53,8 @@ ExitStatus Adopt(const Context& context) {
   }
   Sync::Replica replica(file);
   const Sync::Synchronised done = Sync::Synchronise(client, replica, *current);
-  context.Report("The file " + Quoted(file) + " now holds the store's directory: " + Count(done.entries, "row") +
-                     ", " + Count(done.changed, "row") + " changed.",
+  context.Report("The file " + Quoted(file) + " now holds the store's directory: " + Count(done.entries, "row") + ", " +
+                     Count(done.changed, "row") + " changed.",
                  {{"adopted", JsonText(file)}, {"entries", done.entries}, {"changed", done.changed}});
   return ExitStatus::Done;
 }

@@ -8,8 +8,8 @@
 #include "tool/cli/option/CredentialOptions.h"
 #include "tool/cli/option/Validators.h"
 #include "tool/command/Commands.h"
-#include "tool/command/CredentialCommands.h"
-#include "tool/command/Listing.h"
+#include "tool/command/entry/CredentialCommands.h"
+#include "tool/command/entry/Listing.h"
 #include "tool/terminal/Output.h"
 #include "tool/terminal/ProgressBar.h"
 
