@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -32,6 +33,22 @@ void SyncDirectoryOf(const std::string& file) {
   }
 }
 
+/// Holds signals back for a scope: a handler that removes unfinished files must know of each that there is.
+class HeldSignals {
+public:
+  HeldSignals() noexcept {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, &m_Before);
+  }
+  ~HeldSignals() { pthread_sigmask(SIG_SETMASK, &m_Before, nullptr); }
+  HeldSignals(const HeldSignals&) = delete;
+  HeldSignals& operator=(const HeldSignals&) = delete;
+
+private:
+  sigset_t m_Before{};
+};
+
 } // namespace
 
 NewFile::NewFile(std::string name, Existing existing, std::string hint)
@@ -44,6 +61,7 @@ NewFile::NewFile(std::string name, Existing existing, std::string hint)
   if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
     throw Failure(Failure::Kind::Input, Quoted(m_Name) + " is not a regular file: it cannot be replaced");
   }
+  const HeldSignals held;
   if (mkdtemp(m_Directory.data()) == nullptr) {
     const std::string reason = std::generic_category().message(errno);
     throw Failure(Failure::Kind::System, "cannot create " + Quoted(m_Name) + " in the directory " +
@@ -61,6 +79,7 @@ NewFile::NewFile(std::string name, Existing existing, std::string hint)
 }
 
 NewFile::~NewFile() {
+  const HeldSignals held;
   for (auto& place : s_unfinished) {
     const NewFile* mine = this;
     place.compare_exchange_strong(mine, nullptr);
