@@ -83,12 +83,10 @@ void AuditTrail::Write(const std::vector<std::string>& command, ExitStatus statu
   if (rows.empty() && !(restores && status == ExitStatus::Done)) { // a restored file is not seen row by row
     return;
   }
-  std::string line = Json({{"time", Now()},
-                           {"user", JsonText(Who())},
-                           {"terminal", JsonText(Terminal())},
-                           {"command", std::move(words)},
-                           {"status", static_cast<int>(status)}})
-                         .dump(-1, ' ', true);
+  Json entry = {{"time", Now()}, {"user", JsonText(Who())}, {"terminal", JsonText(Terminal())}};
+  entry["command"] = std::move(words);
+  entry["status"] = static_cast<int>(status);
+  std::string line = entry.dump(-1, ' ', true);
   line.pop_back();
   line += ",\"rows\":[";
   for (const std::string& row : rows) {

@@ -46,7 +46,7 @@ private:
 
   std::vector<NodeWord> m_words;
   std::vector<State> m_states;
-  std::size_t m_looks = 0; ///< at buckets that were taken
+  std::size_t m_looks = 0;              ///< at buckets that were taken
   std::vector<std::uint32_t> m_buckets; ///< an open hash table of indices of `m_states`
 };
 

@@ -26,8 +26,8 @@ struct LintOptions {
 class Report {
 public:
   Report(const std::string& file, const StoredDirectory& stored, std::vector<Finding> findings)
-      : m_File(Shown(file)), m_Stored(stored), m_Findings(std::move(findings)), m_Kinds(ByKind(m_Findings)) {
-    m_Rows = CountsOf(stored);
+      : m_File(Shown(file)), m_Stored(stored), m_Findings(std::move(findings)), m_Kinds(ByKind(m_Findings)),
+        m_Rows(CountsOf(stored)) {
     const auto problems = std::count_if(m_Findings.begin(), m_Findings.end(), IsProblem);
     m_Problems = static_cast<std::size_t>(problems);
   }
@@ -125,7 +125,8 @@ ExitStatus RunLint(const Context& context, const LintOptions& options) {
   if (context.WantsJson()) {
     WriteFindings(stored, findings, [](const std::string& text) { std::cout << text; });
   } else {
-    Report(file, stored, std::move(findings)).Print(options.all);
+    const Report report(file, stored, std::move(findings));
+    report.Print(options.all);
   }
   return is_empty ? ExitStatus::Done : ExitStatus::Refused;
 }
