@@ -121,7 +121,8 @@ def members(site):
     before = site.machines[0].status()["age_seconds"]
     time.sleep(1.5)
     after = site.machines[0].status()
-    assert after["age_seconds"] > before + 1.2 and "store is away" in after["reason"], (before, after)
+    assert after["age_seconds"] > before + 1.2 and after["phase"] == "away" and after["reason"], (before, after)
+    wait_for("the reason", lambda: "store is away" in site.machines[0].status()["reason"])
     site.cluster.start([leader, other])
     site.converge()
     wait_for("freshness", lambda: site.machines[0].status()["age_seconds"] < 2)
