@@ -34,6 +34,8 @@ using AccessDirectory::Failure;
 constexpr std::chrono::milliseconds EndTime(500);
 // For those who are just being told that the directory is gone.
 constexpr std::chrono::milliseconds GoneTime(1000);
+// Between two looks at the age of a copy.
+constexpr int LookMilliseconds = 1000;
 
 /// The process's log while the host runs: the built-in sink behind a level and the watch over the module's calls.
 class ServiceLog {
@@ -161,6 +163,21 @@ public:
     }
   }
 
+  bool WatchesFreshness() const { return m_Decisions.freshness.IsWatched(); }
+  /// Looks at the age of this machine's copy, and says so once when it becomes stale or fresh.
+  void LookAtFreshness() {
+    m_Decisions.freshness.Look();
+    if (const bool is_stale = m_Decisions.freshness.IsStale(); is_stale != m_WasStale) {
+      m_WasStale = is_stale;
+      if (is_stale) {
+        Warn(std::string("this machine's copy of the directory is older than Sync.StaleSeconds; ") +
+             (m_Decisions.freshness.Forbids() ? "nothing is decided from it" : "decisions go on from it"));
+      } else {
+        Tarn::DefaultLogSink().Notice("this machine's copy of the directory is fresh again\n");
+      }
+    }
+  }
+
   void End(std::chrono::milliseconds patience) {
     m_Server.Drain(patience);
     m_Server.Join();
@@ -175,6 +192,9 @@ private:
     gauges.log_lines_lost =
         m_DecisionLog.File().LinesLost() + m_AccessLog.File().LinesLost() + m_AdministrationLog.LinesLost();
     gauges.connections = m_Server.Connections();
+    if (const auto age = m_Decisions.freshness.Age()) {
+      gauges.sync_age_seconds = std::chrono::duration<double>(*age).count();
+    }
     return gauges;
   }
 
@@ -190,12 +210,14 @@ private:
   const HandlerContext m_Handlers;
   Server m_Server;
   Administration m_Administration;
+  bool m_WasStale = false;
 };
 
 ServiceEnd RunUntilAsked(Service& service, const Signals& signals, const Alarm& gone, const ServiceManager& manager) {
   for (;;) {
+    service.LookAtFreshness();
     pollfd events[] = {{signals.Handle(), POLLIN, 0}, {gone.Handle(), POLLIN, 0}};
-    if (poll(events, std::size(events), -1) < 0 && errno != EINTR) {
+    if (poll(events, std::size(events), service.WatchesFreshness() ? LookMilliseconds : -1) < 0 && errno != EINTR) {
       throw Failure(Failure::Kind::System, "cannot wait for signals: " + std::generic_category().message(errno));
     }
     if (events[1].revents != 0) {

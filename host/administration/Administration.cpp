@@ -206,6 +206,14 @@ void Administration::Work(Job& job, std::unique_ptr<Judge>& judge) {
     Tarn::DefaultLogSink().Error("A request of the administration failed: %s\n", error.what());
     response = ProblemAnswer({500, "the request failed; the program's log says why"}, job.request_id);
   }
+  const Freshness& freshness = m_Context.decisions.freshness;
+  if (freshness.IsWatched()) { // seconds, as an item of RFC 8941 with a parameter
+    const auto age = freshness.Age();
+    response.fields.push_back(
+        {"X-Directory-Age",
+         (age ? std::to_string(std::chrono::duration_cast<std::chrono::seconds>(*age).count()) : "unknown") +
+             (freshness.IsStale() ? ";stale" : "")});
+  }
   m_AccessLog.Write(job.request, response,
                     std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - job.begin));
   job.answer(std::move(response));

@@ -28,7 +28,7 @@ std::int64_t SteadyMilliseconds() {
 DecisionContext::DecisionContext(const Configuration& configuration, unsigned judges, std::function<void()> on_gone)
     : anonymous_user_id(configuration.anonymous_user_id), target_part(configuration.target),
       cached_decisions_each((configuration.cached_decisions + judges - 1) / std::max(judges, 1U)),
-      file(configuration.database_filename, std::move(on_gone)),
+      file(configuration.database_filename, std::move(on_gone)), freshness(configuration),
       throttle(configuration.throttle.failures, configuration.throttle.window_seconds,
                configuration.throttle.maximum_delay_seconds),
       clock(SteadyMilliseconds), certificate_form(configuration.proxy.certificate_format) {

@@ -10,6 +10,7 @@
 #include "host/Configuration.h"
 #include "host/caller/SelfCalls.h"
 #include "host/decision/watch/DirectoryFile.h"
+#include "host/decision/watch/Freshness.h"
 #include "host/decision/memory/Throttle.h"
 
 namespace Host {
@@ -32,6 +33,7 @@ struct DecisionContext {
   TargetPart target_part;
   std::size_t cached_decisions_each;
   DirectoryFile file;
+  Freshness freshness;
   Throttle throttle;
   SelfCalls self_calls;
   Tarn::SymmetricKey key; ///< of digests, random

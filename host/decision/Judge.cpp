@@ -73,6 +73,10 @@ Judge::Judge(DecisionContext& context)
 
 bool Judge::Observe() {
   m_Observed.reset();
+  if (m_Context.freshness.Forbids()) {
+    m_Failure = "this machine's copy of the directory is older than Sync.StaleSeconds";
+    return false;
+  }
   switch (m_Watcher->Observe()) {
   case Watcher::State::Seen:
     m_Observed = m_Watcher->Version();

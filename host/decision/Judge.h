@@ -36,6 +36,8 @@ public:
 
   /// Whether a decision could be made now.
   bool IsReady();
+  /// Whether this machine's copy of the directory is older than is wanted; decisions may go on from it.
+  bool IsStale() const noexcept { return m_Context.freshness.IsStale(); }
 
 private:
   struct Answer {
@@ -51,7 +53,8 @@ private:
   Answer FromDirectory(const Question& question, std::int64_t now);
   /// One round with the module; nothing when the database failed, with `m_Failure` set.
   std::optional<Answer> AskModule(const Question& question, const std::string& url);
-  /// Looks at the directory's version; false, with `m_Failure` set, when it cannot.
+  /// Looks at the directory's version; false, with `m_Failure` set, when it cannot, or when the copy is too old to be
+  /// decided from.
   bool Observe();
   /// Takes the version observed for the one that cache and explainer belong to.
   void CatchUp();

@@ -228,8 +228,52 @@ def files(site):
     connection.close()
 
 
+def stale(site):
+    """A host that must not decide from an old copy does not, and says so; another goes on; both decide once it is fresh."""
+    machine = site.machines[0]
+    place = site.cluster.place
+    configuration = json.load(open(machine.config, encoding="utf-8"))
+    hosts = {}
+    for what in ("refuse", "serve"):
+        configuration["Sync"].update({"OnStale": what, "StaleSeconds": 3})
+        configuration["Host"] = {"Listen": [f"unix:{place}/{what}.sock"], "Proxy": {"Peers": ["unix"]}}
+        with open(f"{place}/{what}.json", "w", encoding="utf-8") as out:
+            json.dump(configuration, out)
+        with open(f"{place}/machine-{what}.log", "ab") as log:
+            hosts[what] = subprocess.Popen([TOOL, "--config", f"{place}/{what}.json", "serve"], stderr=log)
+
+    def ask(what, path, *more):
+        done = subprocess.run(["curl", "-sS", "--max-time", "5", "--unix-socket", f"{place}/{what}.sock", "-w",
+                               " %{http_code}", *more, f"http://localhost{path}"], capture_output=True, text=True)
+        return " ".join(done.stdout.split())
+
+    def decided(what):
+        return ask(what, "/auth", "-u", "admin:secret", "-H", "X-Original-Method: GET", "-H", "X-Original-URI: /access/users")
+
+    try:
+        for what in hosts:
+            wait_for("a decision", lambda w=what: decided(w) == "200")
+            assert ask(what, "/readyz") == "ready 200"
+        machine.kill()
+        wait_for("staleness", lambda: ask("refuse", "/readyz") == "stale 503")
+        assert decided("refuse") == "503" and decided("serve") == "200", (decided("refuse"), decided("serve"))
+        assert ask("serve", "/readyz") == "stale 200"
+        seen = ask("serve", "/access/me", "-u", "admin:secret", "-D", "-", "-o", "/dev/null")
+        assert "X-Directory-Age: " in seen and ";stale" in seen, seen
+        machine.start()
+        wait_for("freshness", lambda: ask("refuse", "/readyz") == "ready 200")
+        assert decided("refuse") == "200"
+        machine.kill()
+        os.remove(machine.file + "-sync")  # what is of unknown age is too old
+        wait_for("staleness", lambda: decided("refuse") == "503")
+    finally:
+        for host in hosts.values():
+            host.terminate()
+            host.wait()
+
+
 SCENARIOS = {"follow": follow, "kills": kills, "members": members, "compacted": compacted,
-             "other_store": other_store, "files": files}
+             "other_store": other_store, "files": files, "stale": stale}
 
 
 def main():
@@ -240,7 +284,7 @@ def main():
         begin = time.monotonic()
         site = None
         try:
-            site = Site(place, 1 if name in ("other_store", "files", "compacted", "follow") else 3)
+            site = Site(place, 1 if name in ("other_store", "files", "compacted", "follow", "stale") else 3)
             SCENARIOS[name](site)
         except BaseException:
             for entry in sorted(os.listdir(place)):

@@ -64,6 +64,7 @@ export async function call(method, path, {query, body, etag} = {}) {
   } catch {
     throw new Problem(0, {detail: 'The server does not answer.'});
   }
+  window.dispatchEvent(new CustomEvent('directory-age', {detail: response.headers.get('X-Directory-Age')}));
   const text = await response.text();
   let json = null;
   try {

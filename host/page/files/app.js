@@ -99,6 +99,18 @@ function askForPassword() {
   name.focus();
 }
 
+// Where several machines share the directory, every answer says how old this machine's copy is.
+const age = document.getElementById('age');
+window.addEventListener('directory-age', ({detail}) => {
+  if (detail === null) {
+    return;
+  }
+  const [seconds, mark] = detail.split(';');
+  const text = seconds === 'unknown' ? 'Copy of unknown age' : `Copy of ${seconds} s ago`;
+  age.textContent = mark === 'stale' ? `${text} – older than it should be` : text;
+  age.className = mark ?? '';
+  age.hidden = false;
+});
 window.addEventListener('hashchange', show);
 window.addEventListener('pagehide', forget);
 

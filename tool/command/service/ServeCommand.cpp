@@ -9,6 +9,7 @@
 
 #include "directory/file/Database.h"
 #include "directory/file/Tune.h"
+#include "directory/replica/ReplicaRow.h"
 #include "host/Configuration.h"
 #include "host/Service.h"
 #include "host/decision/watch/CallWatch.h"
@@ -43,21 +44,19 @@ void LookAtDirectory(const Context& context, const Host::Configuration& configur
                   "there is no database " + Quoted(file) + " yet; make it: " + InitCommand(context, configuration));
   }
   Database database(file, Database::Access::Read);
+  if (configuration.sync.configured && !AccessDirectory::ReadReplicaRow(database)) {
+    Warn("Sync.Endpoints are configured, but the file is no replica of their directory, so nothing brings it up to date" +
+         std::string(configuration.sync.on_stale == Host::OnStale::Refuse
+                         ? ", and nothing is decided from it while Sync.OnStale is \"refuse\""
+                         : "") +
+         ": " + Command(context, "sync join") + ", with the file out of the way");
+  }
   if (database.Number("SELECT count(*) FROM users") == 0) {
     Warn("the directory has no users, so nobody is allowed anything: " +
          Command(context, "init --user admin --administrators " + configuration.administrators));
   }
   if (!StepsToTune(database).empty()) {
     Warn("the file is not tuned, so decisions cost more than they need: " + Command(context, "tune"));
-  }
-}
-
-/// The host cannot know how old the directory is before an agent keeps it in step with the store.
-void LookAtSync(const Host::Configuration& configuration) {
-  if (configuration.sync.configured) {
-    Warn(
-        "Sync.Endpoints are configured, but nothing here follows them yet: this machine's file is served as it is, and "
-        "Sync.OnStale has no effect");
   }
 }
 
@@ -75,7 +74,6 @@ ExitStatus RunServe(const Context& context, bool only_check) {
     throw Failure(Failure::Kind::Input, "which configuration? Give --config FILE");
   }
   const Host::Configuration configuration = Host::ReadConfiguration(file);
-  LookAtSync(configuration);
   if (only_check) {
     context.Report("The configuration " + Quoted(file) + " can be used.",
                    {{"configuration", JsonText(file)},
