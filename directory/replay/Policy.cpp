@@ -16,7 +16,7 @@ constexpr const char* FiltersOfMethod =
     "CAST(action AS TEXT) AS action FROM filters WHERE method = ? ORDER BY filters.group_id, filters.rowid";
 
 // As the module compares ids: a blob is nobody's.
-constexpr const char* Memberships =
+constexpr const char* MembershipRows =
     "SELECT user_id, typeof(group_id) = 'blob' AS is_blob, CAST(group_id AS TEXT) AS group_id FROM groupusers "
     "WHERE typeof(user_id) = 'text' AND user_id <> '' ORDER BY user_id, groupusers.group_id";
 
@@ -32,9 +32,8 @@ std::string BeginningOf(const std::string& pattern) {
 
 } // namespace
 
-Policy::Policy(Database& database) {
-  const Snapshot snapshot(database);
-  ReadFilters(database);
+Policy::Policy(const Snapshot& /*snapshot*/, Database& database, const FilterEdit* edit) {
+  ReadFilters(database, edit);
   ReadMemberships(database);
 }
 
@@ -56,28 +55,42 @@ std::size_t Policy::PatternOf(const std::string& text) {
   return place->second;
 }
 
-void Policy::ReadFilters(Database& database) {
+void Policy::AddRule(unsigned method, GroupFilter filter, bool is_blob) {
+  const bool denies = filter.action == Deny;
+  const std::size_t pattern = PatternOf(filter.pattern);
+  Group& group = *m_Groups[IndexOf({is_blob, filter.group})];
+  // What neither allows nor denies leaves the decision open all the same where it cannot be tried.
+  const bool open = m_Patterns[pattern].compiled->Test("") == Outcome::Undecided;
+  if (denies || open || filter.action == Allow) {
+    (denies || open ? group.denials : group.grants).at(method).push_back({std::move(filter), pattern});
+  }
+}
+
+void Policy::ReadFilters(Database& database, const FilterEdit* edit) {
   Statement statement(database, FiltersOfMethod);
   for (unsigned number = 0; number < Perenna::METH_MAX; ++number) {
     const auto method = static_cast<Perenna::Method_t>(number);
+    const bool is_edited = edit != nullptr && edit->method == MethodToString(method);
+    const bool deletes = is_edited && edit->what == FilterEdit::What::Delete;
     statement.ForEach({MethodToString(method)}, [&](const Perenna::PListDict& row) {
       GroupFilter filter = {Field(row, "group_id"), Field(row, "filter"), Field(row, "action")};
-      const bool denies = filter.action == Deny;
-      const std::size_t pattern = PatternOf(filter.pattern);
-      Group& group = *m_Groups[IndexOf({Field(row, "is_blob") == "1", filter.group})];
-      // What neither allows nor denies leaves the decision open all the same where it cannot be tried.
-      const bool open = m_Patterns[pattern].compiled->Test("") == Outcome::Undecided;
-      if (denies || open || filter.action == Allow) {
-        (denies || open ? group.denials : group.grants)[number].push_back({std::move(filter), pattern});
+      const bool is_blob = Field(row, "is_blob") == "1";
+      const bool goes = deletes && !is_blob && edit->group == filter.group && edit->pattern == filter.pattern &&
+                        edit->action == filter.action;
+      if (!goes) {
+        AddRule(number, std::move(filter), is_blob);
       }
     });
+    if (is_edited && edit->what == FilterEdit::What::Add) { // the last row of its group
+      AddRule(number, {edit->group, edit->pattern, edit->action}, false);
+    }
   }
 }
 
 void Policy::ReadMemberships(Database& database) {
   std::string user_id;
   Class groups;
-  Statement(database, Memberships).ForEach({}, [&](const Perenna::PListDict& row) {
+  Statement(database, MembershipRows).ForEach({}, [&](const Perenna::PListDict& row) {
     if (Field(row, "user_id") != user_id) {
       Join(user_id, std::move(groups));
       groups.clear();

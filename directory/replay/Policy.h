@@ -13,6 +13,7 @@
 
 #include "PN_HTTP.h"
 #include "PN_Regex.h"
+#include "directory/FilterEdit.h"
 #include "directory/explain/WhoMay.h"
 #include "directory/file/Database.h"
 
@@ -24,7 +25,9 @@ namespace AccessDirectory {
 class Policy {
 public:
   /// Reads the directory. Throws `Failure`.
-  explicit Policy(Database& database);
+  explicit Policy(Database& database) : Policy(Snapshot(database), database, nullptr) {}
+  /// The same within a snapshot of the caller's, with a filter thought to be there or away; null: as it is.
+  Policy(const Snapshot& snapshot, Database& database, const FilterEdit* edit);
 
   struct Verdict {
     bool allowed = false;
@@ -57,7 +60,8 @@ private:
   using Class = std::vector<GroupIndex>;
 
   GroupIndex IndexOf(const GroupKey& key);
-  void ReadFilters(Database& database);
+  void ReadFilters(Database& database, const FilterEdit* edit);
+  void AddRule(unsigned method, GroupFilter filter, bool is_blob);
   void ReadMemberships(Database& database);
   void Join(const std::string& user_id, Class groups);
   std::size_t PatternOf(const std::string& text);

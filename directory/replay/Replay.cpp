@@ -40,7 +40,7 @@ public:
   }
 
   /// Hands each request that can be judged to `judge`, with its target.
-  template <typename Judge> ReplayReport Run(RequestLog& log, const TargetOf& target_of, const Judge& judge) {
+  template <typename Judge> ReplayReport Run(RequestSource& log, const TargetOf& target_of, const Judge& judge) {
     LoggedRequest request;
     while (log.Next(request)) {
       ++m_Report.lines;
@@ -93,7 +93,7 @@ Json ReplayReport::ToJson() const {
           {"flips", std::move(list)}};
 }
 
-ReplayReport Replay(RequestLog& log, const TargetOf& target_of, Policy& policy) {
+ReplayReport Replay(RequestSource& log, const TargetOf& target_of, Policy& policy) {
   Tally tally;
   return tally.Run(log, target_of, [&](const LoggedRequest& request, const std::string& target) {
     const Policy::Verdict now = policy.Judge(request.user_id, request.method, target);
@@ -103,7 +103,7 @@ ReplayReport Replay(RequestLog& log, const TargetOf& target_of, Policy& policy) 
   });
 }
 
-ReplayReport Compare(RequestLog& log, const TargetOf& target_of, Policy& before, Policy& after) {
+ReplayReport Compare(RequestSource& log, const TargetOf& target_of, Policy& before, Policy& after) {
   Tally tally;
   return tally.Run(log, target_of, [&](const LoggedRequest& request, const std::string& target) {
     const Policy::Verdict one = before.Judge(request.user_id, request.method, target);

@@ -48,9 +48,9 @@ using TargetOf = std::function<std::optional<std::string>(const LoggedRequest& r
 // Both throw `Failure` when the log cannot be read. What they keep grows with the number of different flips.
 
 /// Judges the requests of a log anew; `Flip::before` is what the log says.
-ReplayReport Replay(RequestLog& log, const TargetOf& target_of, Policy& policy);
+ReplayReport Replay(RequestSource& log, const TargetOf& target_of, Policy& policy);
 
 /// Judges the requests of a log by two states of a directory; what the log itself says does not count.
-ReplayReport Compare(RequestLog& log, const TargetOf& target_of, Policy& before, Policy& after);
+ReplayReport Compare(RequestSource& log, const TargetOf& target_of, Policy& before, Policy& after);
 
 } // namespace AccessDirectory

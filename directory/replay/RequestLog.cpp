@@ -144,4 +144,12 @@ bool RequestLog::Next(LoggedRequest& request) {
   return false;
 }
 
+bool RequestLines::Next(LoggedRequest& request) {
+  if (m_Next == m_Lines.size()) {
+    return false;
+  }
+  request = ReadLogLine(m_Lines[m_Next++]);
+  return true;
+}
+
 } // namespace AccessDirectory

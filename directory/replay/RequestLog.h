@@ -4,6 +4,8 @@
 #include <istream>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "PN_HTTP.h"
 #include "directory/explain/WhoMay.h"
@@ -37,21 +39,44 @@ struct LoggedRequest {
 const char* UnjudgedText(LoggedRequest::Unjudged unjudged);
 constexpr std::size_t UnjudgedCount = 5;
 
+/// Where requests come from, one after the other.
+class RequestSource {
+public:
+  RequestSource() = default;
+  virtual ~RequestSource() = default;
+  RequestSource(const RequestSource&) = delete;
+  RequestSource& operator=(const RequestSource&) = delete;
+
+  /// The next request; false at the end. Throws `Failure` when reading fails.
+  virtual bool Next(LoggedRequest& request) = 0;
+};
+
 /// Reads the lines of a decision log of the host (JSON, docs/host.md), or of an access log in nginx's "combined" form,
 /// each line by what it begins with. There, status 403 was refused, 401 is unauthenticated, 400, 408, 413, 414, 429,
 /// 444, 494 to 499 and those from 500 say nothing of the decision, all others were allowed.
-class RequestLog {
+class RequestLog : public RequestSource {
 public:
   /// `name`: a file, or "-" for standard input. `progress` shows how far it is. Throws `Failure`.
   RequestLog(const std::string& name, Progress& progress);
 
-  /// The next line, empty ones left out; false at the end. Throws `Failure` when reading fails.
-  bool Next(LoggedRequest& request);
+  /// Leaves out empty lines.
+  bool Next(LoggedRequest& request) override;
 
 private:
   Input m_Input;
   std::istream m_Stream;
   std::string m_Line;
+};
+
+/// Lines that are in memory, none of them empty.
+class RequestLines : public RequestSource {
+public:
+  explicit RequestLines(std::vector<std::string> lines) : m_Lines(std::move(lines)) {}
+  bool Next(LoggedRequest& request) override;
+
+private:
+  std::vector<std::string> m_Lines;
+  std::size_t m_Next = 0;
 };
 
 /// What one line says.

@@ -134,6 +134,12 @@ std::vector<Route> MakeRoutes() {
        {},
        204},
 
+      {"GET",
+       "/access/what-if",
+       "What a filter would change: of the last decisions, and for all targets",
+       WhatIf,
+       {{"change", "string", true, "\"add\" or \"delete\""}, Method, GroupId, Filter, Action}},
+
       {"GET", "/access/check", "May a user do this, and why", Check, {UserId, Method, Url}},
       {"GET",
        "/access/who",

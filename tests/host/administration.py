@@ -164,6 +164,11 @@ def table(host):
         ("GET", "/access/findings", None, 200, {"problems": "[1-9]"}),
         ("GET", "/access/decisions?outcome=allowed&limit=2", None, 200, {"limit": 2, "results": "/access/"}),
         ("GET", "/access/decisions?user_id=nobody", None, 200, {"total": 0}),
+        ("GET", "/access/what-if?change=add&method=GET&group_id=administrators&filter=%5E/access/u&action=Deny", None, 200,
+         {"decisions": r"'after': .*'decider': .*'filter': '\^/access/u'", "targets": r"'refused': \{'answer': 'witness', 'target': '/access/u'\}"}),
+        ("GET", f"/access/what-if?change=delete&{query}", None, 200, {"decisions": r"'flips': \[\]", "targets": "'users': .'alice'"}),
+        ("GET", f"/access/what-if?change=delete&{query}&x=", None, 400, {"detail": "x"}),
+        ("GET", "/access/what-if?change=add&method=GET&group_id=readers&filter=(&action=Deny", None, 400, {"detail": "POSIX"}),
         ("GET", "/access/openapi.json", None, 200, {"openapi": "3.1"}),
         ("GET", "/access/nothing", None, 404, {}),
         ("PATCH", "/access/users", None, 405, {}),
@@ -185,7 +190,7 @@ def table(host):
     assert (options.status, options.getheader("Allow")) == (204, "DELETE, GET, HEAD, OPTIONS, PATCH, POST, PUT")
     assert host.ask("HEAD", "/access/users").json == ""
     routes = {(method.upper(), path) for path, item in host.ask("GET", "/access/openapi.json").json["paths"].items() for method in item}
-    assert len(routes) == 27 and ("PUT", "/access/groups/{group_id}/users/{user_id}") in routes, sorted(routes)
+    assert len(routes) == 28 and ("PUT", "/access/groups/{group_id}/users/{user_id}") in routes, sorted(routes)
 
 
 def who_may(host):

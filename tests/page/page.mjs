@@ -121,6 +121,7 @@ async function groupsAndFilters(page) {
   await page.getByLabel('Pattern').fill('^/drafts');
   await page.getByLabel('Action').selectOption('Deny');
   await page.getByRole('button', {name: 'Create filter'}).click();
+  await page.getByRole('dialog').filter({hasText: 'nobody\'s rights change'}).getByRole('button', {name: 'Create'}).click();
   await page.getByRole('button', {name: 'Delete Deny GET ^/drafts'}).waitFor();
   await view(page, 'filters', 'Filters');
   await page.getByText('New filter').click();
@@ -130,6 +131,7 @@ async function groupsAndFilters(page) {
   await page.getByRole('alert').filter({hasText: 'not a POSIX extended regular expression'}).waitFor();
   await page.getByLabel('Pattern').fill('^/drafts');
   await page.getByRole('button', {name: 'Create filter'}).click();
+  await page.getByRole('dialog').getByRole('button', {name: 'Create'}).click();
   await says(page, 'Created: Allow GET ^/drafts for readers');
   await view(page, 'groups/readers', 'Group readers');
   await page.getByText('overruled by a Deny of readers').waitFor();
@@ -152,10 +154,14 @@ async function checkAndGrant(page) {
     await key('Tab');
   }
   await key('Enter');
+  await page.getByRole('dialog').filter({hasText: 'alice'}).getByRole('cell', {name: '/articles/7'}).waitFor();
+  await key('Tab');
+  await key('Enter');
   await page.getByText('Allow of group "readers", pattern "^/articles/7$"').waitFor();
   await page.getByLabel('Target').fill('/drafts');
   await page.getByRole('button', {name: 'Check'}).click();
   await page.getByRole('button', {name: 'Delete this Deny'}).click();
+  await page.getByRole('dialog').getByRole('cell', {name: '/drafts'}).first().waitFor();
   await page.getByRole('dialog').getByRole('button', {name: 'Delete'}).click();
   await page.locator('.verdict.good').waitFor();
   await view(page, 'who', 'Who may');

@@ -28,6 +28,7 @@ Reply DeleteMembership(Call& call);
 Reply ListFilters(Call& call);
 Reply CreateFilter(Call& call);
 Reply DeleteFilter(Call& call);
+Reply WhatIf(Call& call);
 
 Reply Check(Call& call);
 Reply Who(Call& call);

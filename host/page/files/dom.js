@@ -104,17 +104,17 @@ export function form(properties, submit, ...children) {
   return h('div', {}, element, place);
 }
 
-/** Asks before something is lost. */
-export function confirm(question, action) {
+/** Asks before something is lost or, with a `kind` of its own, done; `details` are nodes below the question. */
+export function confirm(question, action, {details = [], kind = 'danger'} = {}) {
   return new Promise((resolve) => {
     const dialog = h('dialog', {'aria-label': question, onclose: () => {
       dialog.remove();
       resolve(dialog.returnValue === 'yes');
     }},
-    h('p', {}, question),
+    h('p', {}, question), details,
     h('form', {method: 'dialog'},
       h('button', {class: 'plain', value: 'no', autofocus: true}, 'Cancel'),
-      h('button', {class: 'danger', value: 'yes'}, action)));
+      h('button', {class: kind, value: 'yes'}, action)));
     document.body.append(dialog);
     dialog.showModal();
   });

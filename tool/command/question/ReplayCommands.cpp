@@ -15,7 +15,7 @@
 #include "directory/file/Backup.h"
 #include "directory/file/NewFile.h"
 #include "directory/replay/Replay.h"
-#include "host/http/Target.h"
+#include "host/decision/LoggedTarget.h"
 #include "tool/terminal/ProgressBar.h"
 #include "tool/terminal/Table.h"
 
@@ -28,17 +28,8 @@ struct ReplayOptions {
   std::vector<std::string> command;
 };
 
-/// What the host makes of a logged request before it asks the directory.
-TargetOf TargetAsJudged(const Host::DirectoryPart& part) {
-  auto form = std::make_shared<Host::TargetForm>(part.target_allows);
-  const bool sees_query = part.target == Host::TargetPart::PathAndQuery;
-  return [form, sees_query](const LoggedRequest& request) -> std::optional<std::string> {
-    const bool lacks_query = sees_query && !request.whole_target && !Host::QueryOf(request.target).empty();
-    if (lacks_query || !form->Fault(request.target).empty()) { // a digest stands for the query
-      return std::nullopt;
-    }
-    return sees_query ? request.target : std::string(Host::PathOf(request.target));
-  };
+TargetOf LoggedTargetsOf(const Host::DirectoryPart& part) {
+  return Host::LoggedTargets(part.target, part.target_allows);
 }
 
 std::string RulingText(const Ruling& ruling) {
@@ -93,7 +84,7 @@ ExitStatus RunReplay(const Context& context, const ReplayOptions& options) {
   Policy policy(database);
   ProgressBar progress;
   RequestLog log(options.log, progress);
-  const ReplayReport report = AccessDirectory::Replay(log, TargetAsJudged(context.Directory()), policy);
+  const ReplayReport report = AccessDirectory::Replay(log, LoggedTargetsOf(context.Directory()), policy);
   progress.Clear();
   return Finish(context, report);
 }
@@ -153,7 +144,7 @@ ExitStatus RunWhatIf(const Context& context, const ReplayOptions& options) {
   RunOn(copy.WorkName(), options.command);
   Policy after(unchanged);
   RequestLog log(options.log, progress);
-  const ReplayReport report = Compare(log, TargetAsJudged(context.Directory()), before, after);
+  const ReplayReport report = Compare(log, LoggedTargetsOf(context.Directory()), before, after);
   progress.Clear();
   return Finish(context, report);
 }

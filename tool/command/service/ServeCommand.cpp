@@ -45,7 +45,8 @@ void LookAtDirectory(const Context& context, const Host::Configuration& configur
   }
   Database database(file, Database::Access::Read);
   if (configuration.sync.configured && !AccessDirectory::ReadReplicaRow(database)) {
-    Warn("Sync.Endpoints are configured, but the file is no replica of their directory, so nothing brings it up to date" +
+    Warn("Sync.Endpoints are configured, but the file is no replica of their directory, so nothing brings it up to "
+         "date" +
          std::string(configuration.sync.on_stale == Host::OnStale::Refuse
                          ? ", and nothing is decided from it while Sync.OnStale is \"refuse\""
                          : "") +
