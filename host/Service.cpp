@@ -20,7 +20,7 @@
 #include "host/RequestHandler.h"
 #include "host/ServiceManager.h"
 #include "host/decision/watch/CallWatch.h"
-#include "host/http/Server.h"
+#include "host/http/serve/Server.h"
 #include "host/http/net/FileDescriptor.h"
 #include "host/log/ProgramLog.h"
 

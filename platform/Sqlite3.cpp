@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <climits>
-#include <new>
 
 #include "TN_log.h"
 #include "TN_memio.h"
@@ -13,7 +12,6 @@ namespace Perenna::Sqlite3 {
 namespace {
 
 constexpr unsigned BlobBufferBytes = 256; // initial buffer for a byte-string argument
-constexpr int BlobMinimumBytes = 8;       // least buffer for a blob column
 constexpr std::size_t ThumbprintTextBytes = 64;
 
 bool IsLocked(int rc) noexcept {
@@ -34,22 +32,6 @@ template <class Attempt> int RetryWhileLocked(const char* what, Attempt attempt)
   }
   Tarn::DefaultLogSink().Debug("Locked database, timed out.\n");
   return rc;
-}
-
-/// The text of a column, stored NULs included: a value that merely begins with an allowed one must not equal it. A blob
-/// counts as its bytes, whatever the encoding of the file's texts.
-std::string ColumnText(sqlite3_stmt* statement, int column) {
-  const void* const stored = sqlite3_column_type(statement, column) == SQLITE_BLOB
-                                 ? sqlite3_column_blob(statement, column)
-                                 : sqlite3_column_text(statement, column);
-  const auto* const text = static_cast<const char*>(stored);
-  if (text == nullptr) {
-    if (sqlite3_errcode(sqlite3_db_handle(statement)) == SQLITE_NOMEM) {
-      throw std::bad_alloc(); // not an empty text: a "Deny" must not get lost
-    }
-    return {};
-  }
-  return {text, static_cast<std::size_t>(sqlite3_column_bytes(statement, column))};
 }
 
 } // namespace
@@ -261,77 +243,6 @@ int SimpleQuery::BindItem(int index, const PListData& item, Tarn::ByteString& bl
   }
   refusal = Tarn::RESULT_PARAM;
   return SQLITE_MISMATCH;
-}
-
-void SimpleQuery::StoreColumn(int column, PListDict& dict) {
-  const std::string& key = m_ColumnNames[static_cast<std::size_t>(column)];
-  const int type = sqlite3_column_type(m_StmtHandle, column);
-  switch (type) {
-  case SQLITE_INTEGER:
-    dict.SetValue(key, static_cast<long long>(sqlite3_column_int64(m_StmtHandle, column)));
-    return;
-  case SQLITE_FLOAT:
-    dict.SetValue(key, sqlite3_column_double(m_StmtHandle, column));
-    return;
-  case SQLITE_TEXT:
-    break;
-  case SQLITE_BLOB: {
-    const auto* const bytes = static_cast<const Tarn::byte_t*>(sqlite3_column_blob(m_StmtHandle, column));
-    const int count = sqlite3_column_bytes(m_StmtHandle, column);
-    Tarn::ByteString value(static_cast<unsigned>(std::max(count, BlobMinimumBytes)));
-    static_cast<void>(value.Set(bytes, static_cast<unsigned>(count))); // out of memory: no bytes
-    dict.SetValue(key, value);
-    return;
-  }
-  case SQLITE_NULL:
-    dict.SetNull(key);
-    return;
-  default:
-    Tarn::DefaultLogSink().Error("Unexpected column type, %d, in Sqlite3 row.\n", type);
-    break;
-  }
-  dict.SetItem(key, new PListData(IT_STRING, ColumnText(m_StmtHandle, column))); // moved in, not copied
-}
-
-bool SimpleQuery::GetNextResult(PListDict& dict) {
-  TN_REQUIRE(m_db != nullptr, "m_db!=0");
-  if (m_StmtHandle == nullptr || !m_HasCurrentRow) {
-    return false;
-  }
-  const int columns = sqlite3_column_count(m_StmtHandle);
-  if (m_ColumnNames.size() != static_cast<std::size_t>(columns)) { // once for all rows
-    m_ColumnNames.clear();
-    for (int column = 0; column < columns; ++column) {
-      const char* const name = sqlite3_column_name(m_StmtHandle, column);
-      if (name == nullptr) {
-        throw std::bad_alloc();
-      }
-      m_ColumnNames.emplace_back(name);
-    }
-  }
-  for (int column = 0; column < columns; ++column) {
-    StoreColumn(column, dict);
-  }
-  return StepResult();
-}
-
-bool SimpleQuery::GetNextResult(std::string& value) {
-  TN_REQUIRE(m_db != nullptr, "m_db!=0");
-  if (m_StmtHandle == nullptr || !m_HasCurrentRow) {
-    return false;
-  }
-  if (sqlite3_column_type(m_StmtHandle, 0) != SQLITE_NULL) {
-    value = ColumnText(m_StmtHandle, 0);
-  }
-  return StepResult();
-}
-
-bool SimpleQuery::DiscardNextResult() {
-  TN_REQUIRE(m_db != nullptr, "m_db!=0");
-  if (m_StmtHandle == nullptr || !m_HasCurrentRow) {
-    return false;
-  }
-  return StepResult();
 }
 
 } // namespace Perenna::Sqlite3

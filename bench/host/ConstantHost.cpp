@@ -6,7 +6,7 @@
 
 #include <unistd.h>
 
-#include "host/http/Server.h"
+#include "host/http/serve/Server.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/http/Server.h"
+#include "host/http/serve/Server.h"
 #include "support/Support.h"
 
 namespace Testing {

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "host/http/Answer.h"
-#include "host/http/Connection.h"
+#include "host/http/serve/Connection.h"
 #include "host/http/Handler.h"
-#include "host/http/ServerSettings.h"
+#include "host/http/serve/ServerSettings.h"
 #include "host/http/net/Acceptor.h"
 #include "host/http/net/Reactor.h"
 

@@ -1,4 +1,4 @@
-#include "host/http/Server.h"
+#include "host/http/serve/Server.h"
 
 #include <algorithm>
 #include <csignal>
@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "TN_log.h"
-#include "host/http/Worker.h"
+#include "host/http/serve/Worker.h"
 #include "host/http/net/Tls.h"
 
 namespace Host {

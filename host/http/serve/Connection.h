@@ -52,6 +52,7 @@ private:
   enum class State : std::uint8_t { Handshake, Idle, Reading, Queued, Deferred, Writing, Lingering, Closed };
   enum class AfterWrite : std::uint8_t { NextRequest, Close, Linger };
 
+  static void LogFailure(const std::exception& error);
   template <typename Step> void Guarded(Step step);
   void Proceed();
   void Expire();

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "host/http/Handler.h"
-#include "host/http/ServerSettings.h"
+#include "host/http/serve/ServerSettings.h"
 
 namespace Host {
 

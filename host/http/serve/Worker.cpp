@@ -1,4 +1,4 @@
-#include "host/http/Worker.h"
+#include "host/http/serve/Worker.h"
 
 #include <exception>
 #include <utility>
