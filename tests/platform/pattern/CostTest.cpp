@@ -42,7 +42,14 @@ TEST(PatternCost, IsRefusedFromASizeOn) {
                           {"(a*b*){@}", 181, 192},
                           {"([^/]+/){@}[^/]+$", 1500, 1600},
                           {"(a{1,@}|b)*c", 5300, 5650}, // a chain that is walked by recursion
-                          {"(a{@}){100}", 98, 104}};
+                          {"(a{@}){100}", 98, 104},
+                          {"abcdefgh[ab]{1,@}$", 1199, 1200}, // matches cannot begin close to each other
+                          {"(abcdefgh|x)[ab]{1,@}$", 434, 435},
+                          {"(ab)*[ab]{1,@}$", 7, 8}, // states that lead to each other
+                          {"(\\b(ab|cd)*){@}", 35, 36},
+                          {"(\\bab*){@}", 8066, 8067},
+                          {"^(ab|ba)*a[ab]{@}\\b", 519, 520},
+                          {"((a|b)(a|b)(a|b)(a|b)(a|b).{1,@})y\\1", 2, 3}}; // ways to a back-reference
   for (const Limit& limit : limits) {
     EXPECT_EQ(Judge(Shape(limit.shape, limit.passes)).refusal, nullptr) << limit.shape << ' ' << limit.passes;
     EXPECT_NE(Judge(Shape(limit.shape, limit.refused)).refusal, nullptr) << limit.shape << ' ' << limit.refused;
