@@ -76,6 +76,16 @@ Response ResponseOf(Reply reply, const std::string& request_id) {
   return response;
 }
 
+std::optional<std::string> IfMatchOf(const Request& request) {
+  std::optional<std::string> tags;
+  for (const Field& field : request.fields) {
+    if (EqualIgnoringCase(field.name, "If-Match")) { // several are one list
+      tags = (tags ? *tags + "," : std::string()) + field.value;
+    }
+  }
+  return tags;
+}
+
 Match MatchOf(const Request& request) {
   return FindRoute(request.method, PathOf(request.target));
 }
@@ -244,13 +254,12 @@ Response Administration::Answer(Job& job, std::unique_ptr<Judge>& judge) {
     }
     call->query = ReadQuery(*route, QueryOf(job.request.target));
     call->body = ReadBody(*route, job.request);
+    call->if_match = IfMatchOf(job.request);
+    if (call->if_match && route->Changes() && !route->if_match) { // what it asks to be sure of cannot be looked at
+      Refuse(412, "there is no entity tag of this that If-Match could name");
+    }
     if (route->form == BodyForm::Directory) {
       call->text = std::move(job.request.body);
-    }
-    for (const Field& field : job.request.fields) {
-      if (EqualIgnoringCase(field.name, "If-Match")) { // several are one list
-        call->if_match = (call->if_match ? *call->if_match + "," : std::string()) + field.value;
-      }
     }
     response = ResponseOf(route->answer(*call), job.request_id);
   } catch (const Refusal& refusal) {

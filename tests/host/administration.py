@@ -265,6 +265,7 @@ def transfer(host):
     expect(host.ask("PUT", "/access/directory", "{"), 400, "half a file", errors="line 1")
     host.tool("group", "add", "meanwhile")
     expect(host.ask("PUT", "/access/directory", text, If_Match=exported.getheader("ETag")), 412, "an old state")
+    expect(host.ask("POST", "/access/groups", {"group_id": "x"}, If_Match="*"), 412, "what has no tag")
 
 
 def at_once(host):
