@@ -118,7 +118,7 @@ ServerSettings SettingsOf(const Configuration& configuration, unsigned threads) 
 /// The host's parts, in the order in which they need each other.
 class Service {
 public:
-  Service(const Configuration& configuration, const Alarm& gone)
+  Service(const Configuration& configuration, AccessDirectory::ChangeWriter& writer, const Alarm& gone)
       : m_Threads(configuration.threads != 0 ? configuration.threads
                                              : std::max(1U, std::thread::hardware_concurrency())),
         m_Patience(std::chrono::seconds(configuration.limits.request_seconds) - EndTime), m_Origins(configuration),
@@ -130,7 +130,7 @@ public:
                    m_AccessLog,   m_Administration, [this] { return Measure(); }},
         m_Server(SettingsOf(configuration, m_Threads),
                  [this](unsigned /*thread*/) { return std::make_unique<RequestHandler>(m_Handlers); }),
-        m_Administration({configuration, m_TargetForm, m_Decisions, m_DecisionLog, m_AdministrationLog,
+        m_Administration({configuration, m_TargetForm, m_Decisions, m_DecisionLog, m_AdministrationLog, writer,
                           [this] { return m_Server.Listening(); }},
                          m_AccessLog) {}
   ~Service() {
@@ -242,7 +242,7 @@ ServiceEnd RunUntilAsked(Service& service, const Signals& signals, const Alarm& 
 
 } // namespace
 
-ServiceEnd Serve(const Configuration& configuration) {
+ServiceEnd Serve(const Configuration& configuration, AccessDirectory::ChangeWriter& writer) {
   WatchSqliteErrors();
   if (!configuration.log.administration.empty()) {
     AccessDirectory::WatchRowChanges(); // before any file is opened
@@ -259,7 +259,7 @@ ServiceEnd Serve(const Configuration& configuration) {
     throw Failure(Failure::Kind::System,
                   "cannot open the database " + AccessDirectory::Quoted(configuration.database_filename));
   }
-  Service service(configuration, gone);
+  Service service(configuration, writer, gone);
   service.Start();
   manager.Ready();
   return RunUntilAsked(service, signals, gone, manager);

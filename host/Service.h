@@ -1,5 +1,6 @@
 #pragma once
 
+#include "directory/change/ChangeWriter.h"
 #include "host/Configuration.h"
 
 namespace Host {
@@ -15,6 +16,8 @@ enum class ServiceEnd {
 ///
 /// Takes over the whole process: its log sink, its signals, and SQLite's error log, which has to be untouched. Throws
 /// `AccessDirectory::Failure` when it cannot start.
-ServiceEnd Serve(const Configuration& configuration);
+///
+/// `writer`: where the administration's changes go; outlives the call.
+ServiceEnd Serve(const Configuration& configuration, AccessDirectory::ChangeWriter& writer);
 
 } // namespace Host

@@ -1,6 +1,7 @@
 #include "directory/audit/RowChanges.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <iterator>
 #include <map>
@@ -38,6 +39,8 @@ struct Recorder {
 
 std::mutex s_mutex; // guards all of this, and what recorders hold
 std::map<std::thread::id, std::vector<std::string>> s_committed;
+std::atomic<bool> s_watches{false};
+thread_local std::vector<std::string> s_taken;
 
 const Section* SectionOf(const char* table) {
   const auto found = std::find_if(Sections.begin(), Sections.end(),
@@ -147,7 +150,13 @@ void Forget(void* argument) {
   delete recorder; // NOLINT(cppcoreguidelines-owning-memory): the connection owned it
 }
 
-void NeverCalled(sqlite3_context* /*context*/, int /*count*/, sqlite3_value** /*values*/) {}
+/// The SQL function by which the connection's recorder is found. It gives how many rows it has put into `s_taken`.
+void TakePending(sqlite3_context* context, int /*count*/, sqlite3_value** /*values*/) {
+  const std::lock_guard<std::mutex> hold(s_mutex);
+  auto* const recorder = static_cast<Recorder*>(sqlite3_user_data(context));
+  s_taken = std::exchange(recorder->pending, {});
+  sqlite3_result_int64(context, static_cast<sqlite3_int64>(s_taken.size()));
+}
 
 /// Called by SQLite for each new connection.
 int OnOpen(sqlite3* database, const char** /*message*/, const void* /*routines*/) {
@@ -155,9 +164,10 @@ int OnOpen(sqlite3* database, const char** /*message*/, const void* /*routines*/
   if (recorder == nullptr) {
     return SQLITE_NOMEM;
   }
-  // A function that nobody calls: SQLite ends its argument with the connection, also when this fails.
-  const int result = sqlite3_create_function_v2(database, "perenna_row_changes", 0, SQLITE_UTF8, recorder, &NeverCalled,
-                                                nullptr, nullptr, &Forget);
+  // SQLite ends a function's argument with the connection, also when this fails. Nothing that is stored in the file may
+  // call it.
+  const int result = sqlite3_create_function_v2(database, "perenna_row_changes", 0, SQLITE_UTF8 | SQLITE_DIRECTONLY,
+                                                recorder, &TakePending, nullptr, nullptr, &Forget);
   if (result != SQLITE_OK) {
     return result;
   }
@@ -175,12 +185,26 @@ void WatchRowChanges() {
   if (!has_hook || sqlite3_auto_extension(reinterpret_cast<void (*)()>(&OnOpen)) != SQLITE_OK) {
     throw Failure(Failure::Kind::System, "changes cannot be recorded: SQLite was built without its hook for them");
   }
+  s_watches = true;
 }
 
 std::vector<std::string> TakeRowChanges() {
   const std::lock_guard<std::mutex> hold(s_mutex);
   auto mine = s_committed.extract(std::this_thread::get_id());
   return mine.empty() ? std::vector<std::string>() : std::move(mine.mapped());
+}
+
+std::vector<std::string> TakePendingRowChanges(Database& database) {
+  if (!s_watches || database.Number("SELECT perenna_row_changes()") == 0) {
+    return {};
+  }
+  return std::exchange(s_taken, {});
+}
+
+void AddRowChanges(std::vector<std::string> rows) {
+  const std::lock_guard<std::mutex> hold(s_mutex);
+  std::vector<std::string>& committed = s_committed[std::this_thread::get_id()];
+  std::move(rows.begin(), rows.end(), std::back_inserter(committed));
 }
 
 } // namespace AccessDirectory

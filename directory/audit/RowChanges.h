@@ -3,6 +3,8 @@
 #include <string>
 #include <vector>
 
+#include "directory/file/Database.h"
+
 namespace AccessDirectory {
 
 // What this process changes in the rows of access directories, whoever in it does: the module's operations, this
@@ -18,5 +20,11 @@ void WatchRowChanges();
 /// credential alone changed has the member "credential_changed". Empty where nobody watches. A file that was replaced
 /// as a whole (`CopyInto`) is not seen.
 std::vector<std::string> TakeRowChanges();
+
+// For a change that is tried in one file and committed elsewhere: what a connection has changed in the transaction
+// under way, which is rolled back then, and that this thread has committed such changes after all.
+
+std::vector<std::string> TakePendingRowChanges(Database& database);
+void AddRowChanges(std::vector<std::string> rows);
 
 } // namespace AccessDirectory

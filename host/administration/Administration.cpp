@@ -25,6 +25,7 @@ constexpr std::string_view Beginning = "/access/";
 constexpr std::size_t CallThreads = 2; // a long one leaves room for short ones
 constexpr std::size_t MostWaiting = 1000;
 constexpr const char* RetrySeconds = "1";
+constexpr int MostAttempts = 50; // at a change, each after one that came first
 
 /// Whether a request that changes something comes from a page of another site: a browser says so in these fields, and
 /// others have no reason to send them.
@@ -84,6 +85,22 @@ std::optional<std::string> IfMatchOf(const Request& request) {
     }
   }
   return tags;
+}
+
+/// Again, when another change came first: what the answer rests on is read anew. The body of an import is not kept.
+Reply AnswerCall(const Route& route, Call& call) {
+  const bool may_repeat = route.Changes() && route.form != BodyForm::Directory && route.form != BodyForm::Calls;
+  for (int attempt = 1;; ++attempt) {
+    const Json body = may_repeat ? call.body : Json();
+    try {
+      return route.answer(call);
+    } catch (const AccessDirectory::ChangeConflict&) {
+      if (!may_repeat || attempt == MostAttempts) {
+        throw;
+      }
+      call.body = body;
+    }
+  }
 }
 
 Match MatchOf(const Request& request) {
@@ -261,7 +278,7 @@ Response Administration::Answer(Job& job, std::unique_ptr<Judge>& judge) {
     if (route->form == BodyForm::Directory) {
       call->text = std::move(job.request.body);
     }
-    response = ResponseOf(route->answer(*call), job.request_id);
+    response = ResponseOf(AnswerCall(*route, *call), job.request_id);
   } catch (const Refusal& refusal) {
     response = ProblemAnswer(refusal.What(), job.request_id);
   } catch (const Failure& failure) {

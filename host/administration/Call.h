@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "directory/change/ChangeWriter.h"
 #include "directory/text/Text.h"
 #include "host/Configuration.h"
 #include "host/Metrics.h"
@@ -24,6 +25,7 @@ struct AdministrationContext {
   DecisionContext& decisions;
   DecisionLog& decision_log;
   LogFile& log;
+  AccessDirectory::ChangeWriter& writer;
   std::function<std::vector<std::string>()> listening; ///< the addresses as bound
 };
 

@@ -111,8 +111,8 @@ Entity RequireGroup(Call& call, Database& database, const std::string& group_id)
 }
 
 Change::Change(Call& call)
-    : m_Call(call), m_Database(call.File(), Database::Access::Write), m_Transaction(m_Database),
-      m_Guard(m_Database, call.context.configuration.administrators) {}
+    : m_Call(call), m_Pending(call.context.writer.Begin()),
+      m_Guard(m_Pending->TheDatabase(), call.context.configuration.administrators) {}
 
 void Change::RequireMatch(const std::string& etag) const {
   if (m_Call.if_match && !Holds(*m_Call.if_match, etag)) {
@@ -125,7 +125,7 @@ void Change::Commit() {
     Refuse(409, "nobody could administer any more: no user who can log in would be in the group " +
                     Quoted(m_Call.context.configuration.administrators) + "; \"force=true\" does it all the same");
   }
-  m_Transaction.Commit();
+  m_Pending->Commit();
 }
 
 } // namespace Host

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,12 +28,13 @@ Entity RequireGroup(Call& call, AccessDirectory::Database& database, const std::
 /// A tag for texts; a key of the process keeps it from telling anything about them.
 std::string TagOf(const Call& call, const std::vector<std::string>& texts);
 
-/// What has to be one step, in one transaction of its own connection: nothing of it stays unless `Commit` returns.
+/// What has to be one step, in one transaction of its own connection: nothing of it stays unless `Commit` returns. When
+/// another change comes first, `Commit` throws `AccessDirectory::ChangeConflict`, and the request is answered anew.
 class Change {
 public:
   explicit Change(Call& call);
 
-  AccessDirectory::Database& TheDatabase() noexcept { return m_Database; }
+  AccessDirectory::Database& TheDatabase() { return m_Pending->TheDatabase(); }
 
   /// Refuses with 412 when the request wants another state than that of `etag`.
   void RequireMatch(const std::string& etag) const;
@@ -41,8 +43,7 @@ public:
 
 private:
   Call& m_Call;
-  AccessDirectory::Database m_Database;
-  AccessDirectory::Transaction m_Transaction;
+  std::unique_ptr<AccessDirectory::PendingChange> m_Pending;
   AccessDirectory::AdministratorsGuard m_Guard;
 };
 

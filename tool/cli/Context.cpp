@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <iostream>
 
+#include "directory/replica/ReplicaRow.h"
+#include "sync/writer/StoreWriter.h"
 #include "tool/cli/option/Validators.h"
 #include "tool/terminal/Table.h"
 
@@ -28,6 +30,7 @@ void Context::AddGlobalOptions(CLI::App& app) {
       ->check(NotEmpty());
   app.add_flag("--json", m_Json, "Print JSON for programs instead of text for people");
   app.add_flag("-y,--yes", m_Yes, "Answer questions with yes, where something would be asked at a terminal");
+  app.add_flag("--no-wait", m_NoWait, "On a replica: do not wait until this machine's file has the change, too");
   app.add_flag("--verbose", m_Verbose, "Print the library's log lines to standard error");
   app.add_option("--color", m_Color, "Colours: always, never, or auto for a terminal that shows them")
       ->type_name("WHEN")
@@ -62,6 +65,20 @@ Host::DirectoryPart Context::Directory() const {
 
 std::string Context::AuditFile() const {
   return !m_Audit.empty() ? m_Audit : Directory().administration_log;
+}
+
+std::shared_ptr<AccessDirectory::ChangeWriter> Context::Writer() const {
+  const std::string file = DatabaseFile();
+  if (!ReadReplicaRow(file)) {
+    return std::make_shared<AccessDirectory::FileWriter>(file);
+  }
+  if (m_Config.empty()) {
+    throw Failure(Failure::Kind::Input, "the database " + Quoted(file) +
+                                            " is a replica: changes go to its store; give --config FILE, whose section "
+                                            "\"Sync\" names it");
+  }
+  return std::make_shared<Sync::StoreWriter>(Sync::ReadSettings(m_Config), file,
+                                             m_NoWait ? Sync::Waiting::None : Sync::Waiting::ForFile);
 }
 
 std::string Context::Administrators() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,7 @@
 #include "host/Configuration.h"
 #include "tool/cli/ErrorReport.h"
 #include "tool/ExitStatus.h"
+#include "directory/change/ChangeWriter.h"
 #include "directory/text/Text.h"
 #include "tool/DirectoryNames.h"
 
@@ -28,6 +30,10 @@ public:
 
   /// The arguments that lead another run of the tool to the same database; none where the environment does.
   std::vector<std::string> DatabaseArguments() const;
+
+  /// Where changes of that database go: into the file, or, when it is a replica, into the store that the section "Sync"
+  /// of --config names. Throws `Failure`.
+  std::shared_ptr<AccessDirectory::ChangeWriter> Writer() const;
 
   /// The group whose members administer the host: "Administrators" of the configuration's section "Host", else
   /// "administrators". Throws `Failure`.
@@ -60,6 +66,7 @@ private:
   std::string m_Database;
   std::string m_Config;
   std::string m_Audit;
+  bool m_NoWait = false;
   bool m_Json = false;
   bool m_Verbose = false;
   bool m_Yes = false;

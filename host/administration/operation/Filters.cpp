@@ -2,8 +2,10 @@
 
 #include "LocalAccessManager.h"
 #include "directory/Module.h"
+#include "directory/member/Creation.h"
 #include "directory/member/Membership.h"
 #include "directory/text/Vocabulary.h"
+#include "host/administration/Change.h"
 #include "host/administration/operation/ModuleListing.h"
 #include "host/administration/operation/Operations.h"
 
@@ -99,6 +101,12 @@ Reply CreateFilter(Call& call) {
     Database database(call.File(), Database::Access::Read);
     RequireEffect(database, row);
   }
+  if (!call.context.writer.ModuleMayWrite()) {
+    Change change(call);
+    AccessDirectory::CreateFilter(change.TheDatabase(), row.method, row.group_id, row.filter, row.action);
+    change.Commit();
+    return {201, row.ToJson()};
+  }
   AccessDirectory::Module::OfProcess(call.File()).Apply([&row](LocalAccessManager::UserManager& manager) {
     return manager.CreateFilter(row.ToRequest());
   });
@@ -114,6 +122,12 @@ Reply DeleteFilter(Call& call) {
     if (row.CountStored(database) == 0) {
       Refuse(404, "there is no such filter");
     }
+  }
+  if (!call.context.writer.ModuleMayWrite()) {
+    Change change(call);
+    AccessDirectory::DeleteFilter(change.TheDatabase(), row.method, row.group_id, row.filter, row.action);
+    change.Commit();
+    return {204};
   }
   AccessDirectory::Module::OfProcess(call.File()).Apply([&row](LocalAccessManager::UserManager& manager) {
     return manager.DeleteFilter(row.ToRequest());

@@ -2,9 +2,9 @@
 
 #include "LocalAccessManager.h"
 #include "directory/Module.h"
+#include "directory/member/Creation.h"
 #include "directory/member/Deletion.h"
 #include "directory/member/Membership.h"
-#include "directory/text/Vocabulary.h"
 #include "host/administration/Change.h"
 #include "host/administration/operation/ModuleListing.h"
 #include "host/administration/operation/Operations.h"
@@ -46,17 +46,11 @@ void CreateWithUsers(Call& call, const std::string& group_id, const std::string&
                      const std::vector<std::string>& users) {
   Change change(call);
   Database& database = change.TheDatabase();
-  if (group_id.empty() || name.empty()) {
-    Refuse(400, "Empty group_id or group_name.", Tarn::RESULT_PARAM.symbol);
-  }
-  if (!AccessDirectory::IsGroupId(group_id)) {
-    Refuse(400, "Invalid characters in group_id.", Tarn::RESULT_PARAM.symbol);
-  }
   if (AccessDirectory::GroupExists(database, group_id)) {
     Refuse(409, "there is a group " + Quoted(group_id) + " already", Tarn::RESULT_FILEEXISTS.symbol);
   }
   RequireUsers(database, users);
-  database.Run("INSERT INTO groups(group_id, group_name) VALUES(?, ?)", {group_id, name});
+  AccessDirectory::CreateGroup(database, group_id, name);
   AccessDirectory::ReplaceGroupUsers(database, group_id, users);
   change.Commit();
 }
@@ -84,6 +78,8 @@ Reply CreateGroup(Call& call) {
   if (call.body.contains("users") && !call.body["users"].empty()) {
     call.done["users"] = call.body["users"];
     CreateWithUsers(call, group_id, name, call.body["users"].get<std::vector<std::string>>());
+  } else if (!call.context.writer.ModuleMayWrite()) {
+    CreateWithUsers(call, group_id, name, {});
   } else {
     CreateThroughModule(call, group_id, name);
   }

@@ -1,12 +1,10 @@
 // /access/users: users, their groups and their credentials.
 
-#include <array>
-
 #include "LocalAccessManager.h"
-#include "TN_util.h"
 #include "directory/Module.h"
 #include "directory/Progress.h"
 #include "directory/credential/Credential.h"
+#include "directory/member/Creation.h"
 #include "directory/member/Deletion.h"
 #include "directory/member/MemberListing.h"
 #include "directory/member/Membership.h"
@@ -26,8 +24,6 @@ using AccessDirectory::Quoted;
 namespace {
 
 namespace Keys = LocalAccessManager::Strings;
-
-constexpr std::size_t DateBytes = 64;
 
 /// One whom the module would take, but who could never log in, or whose id no header field carries.
 void RequireSoundId(const std::string& user_id, const Credential& credential) {
@@ -65,20 +61,11 @@ void CreateWithGroups(Call& call, const std::string& user_id, const Credential& 
                       const std::vector<std::string>& groups) {
   Change change(call);
   Database& database = change.TheDatabase();
-  if (user_id.empty()) {
-    Refuse(400, "Empty user_id.", Tarn::RESULT_PARAM.symbol);
-  }
-  if (FindUser(call, database, user_id)) {
+  if (AccessDirectory::UserExists(database, user_id)) {
     Refuse(409, "there is a user " + Quoted(user_id) + " already", Tarn::RESULT_FILEEXISTS.symbol);
   }
-  if (!AccessDirectory::UserExists(database, call.caller)) {
-    Refuse(400, "Non-existant create_user.", Tarn::RESULT_STATE.symbol);
-  }
   RequireGroups(database, groups);
-  std::array<char, DateBytes> now{};
-  Tarn::Timestamp().EncodeString(now.data(), now.size());
-  database.Run("INSERT INTO users(user_id, auth_method, auth_value, create_date, create_user) VALUES(?, ?, ?, ?, ?)",
-               {user_id, credential.Method(), credential.StoredValue(), now.data(), call.caller});
+  AccessDirectory::CreateUser(database, user_id, credential, call.caller);
   AccessDirectory::ReplaceUserGroups(database, user_id, groups);
   change.Commit();
 }
@@ -107,10 +94,14 @@ Reply CreateUser(Call& call) {
   RequireSoundId(user_id, credential);
   RequireOwnThumbprint(call, credential, user_id);
   const bool has_groups = call.body.contains("groups") && !call.body["groups"].empty();
+  const bool is_one_step = has_groups || !call.context.writer.ModuleMayWrite();
   call.done = {{"operation", "create user"}, {"user_id", JsonText(user_id)}};
-  if (has_groups) {
-    const auto groups = call.body["groups"].get<std::vector<std::string>>();
-    call.done["groups"] = call.body["groups"];
+  if (is_one_step) {
+    std::vector<std::string> groups;
+    if (has_groups) {
+      groups = call.body["groups"].get<std::vector<std::string>>();
+      call.done["groups"] = call.body["groups"];
+    }
     CreateWithGroups(call, user_id, credential, groups);
   } else {
     CreateThroughModule(call, user_id, credential);

@@ -18,10 +18,10 @@ struct LockoutOptions {
 
   void AddTo(CLI::App& command);
 
-  /// Makes the change in one transaction. Unless forced, nothing is changed, and a `Failure` is thrown, when it would
-  /// delete the last user or leave no administrator who can log in. Returns what a forced change has to warn of, as a
-  /// JSON array; people are warned on standard error.
-  Json Apply(const Context& context, Database& database, const std::function<void()>& change) const;
+  /// Makes the change in one step; it may run several times, when others come first. Unless forced, nothing is changed,
+  /// and a `Failure` is thrown, when it would delete the last user or leave no administrator who can log in. Returns
+  /// what a forced change has to warn of, as a JSON array; people are warned on standard error.
+  Json Apply(const Context& context, const std::function<void(Database&)>& change) const;
 };
 
 } // namespace Tool

@@ -36,20 +36,24 @@ std::string MethodOf(Database& database, const std::string& id) {
 }
 
 ExitStatus SetCredential(const Context& context, const Options& options) {
-  Database database(context.DatabaseFile(), Database::Access::Write);
-  const bool disabled = IsDisabled(MethodOf(database, options.id));
+  const auto writer = context.Writer();
+  {
+    Database stored(context.DatabaseFile(), Database::Access::Read);
+    MethodOf(stored, options.id); // before a password is asked for
+  }
   const Credential credential = options.credential.Read(options.id);
-  Transaction transaction(database);
-  if (!options.unchecked) {
-    RequireOwnThumbprint(database, credential, options.id);
-  }
-  // A new credential is no new permission: who is disabled stays so.
-  const std::string method = disabled ? DisabledMethod(credential.Method()) : credential.Method();
-  if (database.Run("UPDATE users SET auth_method = ?, auth_value = ? WHERE user_id = ?",
-                   {method, credential.StoredValue(), options.id}) == 0) {
-    throw Failure(Failure::Kind::Refused, "there is no user " + Quoted(options.id) + " any more");
-  }
-  transaction.Commit();
+  const std::string value = credential.StoredValue();
+  bool disabled = false;
+  std::string method;
+  writer->Write([&](Database& database) {
+    // A new credential is no new permission: who is disabled stays so.
+    disabled = IsDisabled(MethodOf(database, options.id));
+    method = disabled ? DisabledMethod(credential.Method()) : credential.Method();
+    if (!options.unchecked) {
+      RequireOwnThumbprint(database, credential, options.id);
+    }
+    database.Run("UPDATE users SET auth_method = ?, auth_value = ? WHERE user_id = ?", {method, value, options.id});
+  });
   context.Report("Changed the credential of user " + Quoted(options.id) + " (" + method + ")." +
                      (disabled ? " The user is still disabled." : ""),
                  {{"changed", {{"user_id", JsonText(options.id)}, {"auth_method", method}}}});
@@ -97,10 +101,9 @@ ExitStatus Verify(const Context& context, const Options& options) {
 }
 
 ExitStatus SetMethod(const Context& context, const Options& options, bool disable) {
-  Database database(context.DatabaseFile(), Database::Access::Write);
   std::string method;
   bool changed = false;
-  const Json warnings = options.lockout.Apply(context, database, [&] {
+  const Json warnings = options.lockout.Apply(context, [&](Database& database) {
     const std::string stored = MethodOf(database, options.id);
     changed = IsDisabled(stored) != disable;
     method = disable == IsDisabled(stored) ? stored

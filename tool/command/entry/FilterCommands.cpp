@@ -7,6 +7,7 @@
 #include "directory/file/Database.h"
 #include "directory/lint/PatternFindings.h"
 #include "directory/Module.h"
+#include "directory/member/Creation.h"
 #include "directory/text/Vocabulary.h"
 #include "tool/command/entry/Listing.h"
 #include "tool/DirectoryNames.h"
@@ -140,10 +141,21 @@ ExitStatus AddFilter(const Context& context, const FilterOptions& given) {
     CheckFilter(module, database, options);
   }
   Json added = Json::array();
+  const auto writer = context.Writer();
+  const bool module_may_write = writer->ModuleMayWrite();
   for (const std::string& method : Methods(options)) {
     const Perenna::PListDict request = Request(options, method);
-    module.Apply([&request](LocalAccessManager::UserManager& manager) { return manager.CreateFilter(request); });
+    if (module_may_write) {
+      module.Apply([&request](LocalAccessManager::UserManager& manager) { return manager.CreateFilter(request); });
+    }
     added.push_back(FilterJson(request));
+  }
+  if (!module_may_write) {
+    writer->Write([&options](Database& database) {
+      for (const std::string& method : Methods(options)) {
+        CreateFilter(database, method, options.group, options.pattern, options.action);
+      }
+    });
   }
   const std::vector<std::string> warnings =
       PatternWarnings(options, options.methods.substr(0, options.methods.find(',')));
@@ -164,15 +176,27 @@ ExitStatus DeleteFilter(const Context& context, const FilterOptions& options) {
   // A stored method may itself hold a comma.
   const bool whole = CountStored(database, options, options.methods) > 0;
   Json deleted = Json::array();
-  for (const std::string& method : whole ? std::vector<std::string>{options.methods} : Methods(options)) {
+  const auto writer = context.Writer();
+  const bool module_may_write = writer->ModuleMayWrite();
+  const std::vector<std::string> methods = whole ? std::vector<std::string>{options.methods} : Methods(options);
+  for (const std::string& method : methods) {
     const long long stored = CountStored(database, options, method);
     const Perenna::PListDict request = Request(options, method);
-    module.Apply([&request](LocalAccessManager::UserManager& manager) { return manager.DeleteFilter(request); });
+    if (module_may_write) {
+      module.Apply([&request](LocalAccessManager::UserManager& manager) { return manager.DeleteFilter(request); });
+    }
     deleted.insert(deleted.end(), static_cast<std::size_t>(stored), FilterJson(request));
   }
   if (deleted.empty()) {
     throw Failure(Failure::Kind::Refused, "no filter has exactly these four values; \"filter list --group " +
                                               Shown(options.group) + "\" shows what is stored");
+  }
+  if (!module_may_write) {
+    writer->Write([&](Database& changed) {
+      for (const std::string& method : methods) {
+        AccessDirectory::DeleteFilter(changed, method, options.group, options.pattern, options.action);
+      }
+    });
   }
   const std::size_t count = deleted.size();
   context.Report("Deleted " + Count(count, "filter") + ".", {{"deleted", std::move(deleted)}});

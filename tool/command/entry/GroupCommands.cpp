@@ -3,6 +3,7 @@
 #include <iostream>
 #include <memory>
 
+#include "directory/member/Creation.h"
 #include "directory/member/Deletion.h"
 #include "directory/file/Database.h"
 #include "directory/member/Membership.h"
@@ -36,14 +37,20 @@ struct GroupOptions {
 using Options = std::shared_ptr<GroupOptions>;
 
 ExitStatus AddGroup(const Context& context, const GroupOptions& options) {
-  Module module(context.DatabaseFile());
-  Perenna::PListDict request;
-  request.SetValue(Keys::group_id, options.id);
-  request.SetValue(Keys::group_name, options.name.empty() ? options.id : options.name);
-  const auto created =
-      module.Apply([&request](LocalAccessManager::UserManager& manager) { return manager.CreateGroup(request); });
-  if (created == Tarn::RESULT_FILEEXISTS) {
-    throw Failure(Failure::Kind::Refused, "the group " + Quoted(options.id) + " exists already");
+  const std::string name = options.name.empty() ? options.id : options.name;
+  const auto writer = context.Writer();
+  if (writer->ModuleMayWrite()) {
+    Module module(context.DatabaseFile());
+    Perenna::PListDict request;
+    request.SetValue(Keys::group_id, options.id);
+    request.SetValue(Keys::group_name, name);
+    const auto created =
+        module.Apply([&request](LocalAccessManager::UserManager& manager) { return manager.CreateGroup(request); });
+    if (created == Tarn::RESULT_FILEEXISTS) {
+      throw Failure(Failure::Kind::Refused, "the group " + Quoted(options.id) + " exists already");
+    }
+  } else {
+    writer->Write([&](Database& changed) { CreateGroup(changed, options.id, name); });
   }
   Database database(context.DatabaseFile(), Database::Access::Read);
   const auto waiting = database.Number("SELECT count(*) FROM filters WHERE group_id = ?", {options.id});
@@ -72,12 +79,17 @@ std::string DeletionText(Database& database, const GroupOptions& options) {
 }
 
 ExitStatus DeleteGroups(const Context& context, const GroupOptions& options) {
-  Database database(context.DatabaseFile(), Database::Access::Write);
-  Json deleted = Json::array();
+  {
+    Database stored(context.DatabaseFile(), Database::Access::Read);
+    ConfirmRemoval(context, DeletionText(stored, options));
+  }
+  Json deleted;
   std::string sentences;
   std::size_t filters = 0;
-  ConfirmRemoval(context, DeletionText(database, options));
-  Json warnings = options.lockout.Apply(context, database, [&] {
+  Json warnings = options.lockout.Apply(context, [&](Database& database) {
+    deleted = Json::array();
+    sentences.clear();
+    filters = 0;
     AccessDirectory::DeleteGroups(database, options.ids);
     for (const std::string& id : Distinct(options.ids)) {
       if (options.with_filters) {
@@ -154,10 +166,11 @@ ExitStatus ShowGroup(const Context& context, const GroupOptions& options) {
 }
 
 ExitStatus RenameGroup(const Context& context, const GroupOptions& options) {
-  Database database(context.DatabaseFile(), Database::Access::Write);
-  if (database.Run("UPDATE groups SET group_name = ? WHERE group_id = ?", {options.name, options.id}) == 0) {
-    throw Failure(Failure::Kind::Refused, "there is no group " + Quoted(options.id));
-  }
+  context.Writer()->Write([&options](Database& database) {
+    if (database.Run("UPDATE groups SET group_name = ? WHERE group_id = ?", {options.name, options.id}) == 0) {
+      throw Failure(Failure::Kind::Refused, "there is no group " + Quoted(options.id));
+    }
+  });
   context.Report("Group " + Quoted(options.id) + " is now named " + Quoted(options.name) + ".",
                  {{"changed", {{"group_id", JsonText(options.id)}, {"group_name", JsonText(options.name)}}}});
   return ExitStatus::Done;
@@ -165,9 +178,8 @@ ExitStatus RenameGroup(const Context& context, const GroupOptions& options) {
 
 ExitStatus SetMembers(const Context& context, const GroupOptions& options) {
   RequireSet(options.users, options.none, "USER");
-  Database database(context.DatabaseFile(), Database::Access::Write);
-  Json warnings =
-      options.lockout.Apply(context, database, [&] { ReplaceGroupUsers(database, options.id, options.users); });
+  Json warnings = options.lockout.Apply(
+      context, [&](Database& database) { ReplaceGroupUsers(database, options.id, options.users); });
   const std::vector<std::string> users = Distinct(options.users);
   context.Report("Group " + Quoted(options.id) + " now has the members: " + Joined(users) + ".",
                  {{"group_id", JsonText(options.id)}, {"users", JsonTexts(users)}, {"warnings", std::move(warnings)}});

@@ -21,10 +21,10 @@ enum class Of { User, Group };
 enum class Does { Add, Remove };
 
 ExitStatus Change(const Context& context, const MemberOptions& options, Of of, Does does) {
-  Database database(context.DatabaseFile(), Database::Access::Write);
   const std::vector<std::string> ids = Distinct(options.ids);
   std::vector<std::string> changed;
-  const Json warnings = options.lockout.Apply(context, database, [&] {
+  const Json warnings = options.lockout.Apply(context, [&](Database& database) {
+    changed.clear();
     for (const std::string& id : ids) {
       const std::string& group = of == Of::User ? id : options.id;
       const std::string& user = of == Of::User ? options.id : id;

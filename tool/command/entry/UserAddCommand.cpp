@@ -1,6 +1,7 @@
 #include <array>
 #include <memory>
 
+#include "directory/member/Creation.h"
 #include "directory/member/CsvUsers.h"
 #include "directory/file/NewFile.h"
 #include "directory/member/Membership.h"
@@ -80,23 +81,20 @@ ExitStatus AddOne(const Context& context, const AddOptions& options) {
     Database database(file, Database::Access::Read);
     RequireOwnThumbprint(database, credential, options.id);
   }
-  credential.AddTo(request);
-  Module module(file);
-  const auto created =
-      module.Apply([&request](LocalAccessManager::UserManager& manager) { return manager.CreateUser(request); });
-  if (created == Tarn::RESULT_FILEEXISTS) {
-    throw Failure(Failure::Kind::Refused, "the user " + Quoted(options.id) + " exists already");
-  }
-  if (!options.groups.empty()) {
-    try {
-      Database database(file, Database::Access::Write);
-      Transaction transaction(database);
-      ReplaceUserGroups(database, options.id, options.groups);
-      transaction.Commit();
-    } catch (const Failure& failure) {
-      throw Failure(failure.What(),
-                    "the user " + Quoted(options.id) + " was added, but to no group: " + failure.what());
+  if (const auto writer = context.Writer(); options.groups.empty() && writer->ModuleMayWrite()) {
+    credential.AddTo(request);
+    Module module(file);
+    const auto created =
+        module.Apply([&request](LocalAccessManager::UserManager& manager) { return manager.CreateUser(request); });
+    if (created == Tarn::RESULT_FILEEXISTS) {
+      throw Failure(Failure::Kind::Refused, "the user " + Quoted(options.id) + " exists already");
     }
+  } else { // in one step: nobody sees a user who is not in his groups yet
+    const std::string creator = Field(request, Keys::create_user);
+    writer->Write([&](Database& database) {
+      CreateUser(database, options.id, credential, creator);
+      ReplaceUserGroups(database, options.id, options.groups);
+    });
   }
   Json json = {{"added", {{"user_id", JsonText(options.id)}, {"auth_method", credential.Method()}}}};
   std::string text = "Added user " + Quoted(options.id) + ".";
@@ -106,6 +104,38 @@ ExitStatus AddOne(const Context& context, const AddOptions& options) {
   }
   context.Report(text, json);
   return ExitStatus::Done;
+}
+
+/// Adds the users, each with a credential, in the caller's transaction. Throws `Failure` that names the line.
+void AddAll(Database& database, const std::vector<CsvUser>& users, const std::vector<Credential>& credentials,
+            const std::string& creator, const std::string& csv, Progress& progress) {
+  Statement insert(
+      database, "INSERT INTO users(user_id, auth_method, auth_value, create_date, create_user) VALUES(?, ?, ?, ?, ?)");
+  std::array<char, Tarn::DateTimeLen + 1> date{};
+  Tarn::Timestamp().EncodeString(date.data(), date.size());
+  for (std::size_t i = 0; i < users.size(); ++i) {
+    const CsvUser& user = users[i];
+    try {
+      RequireNew(database, user.id);
+      insert.Run({user.id, credentials[i].Method(), credentials[i].StoredValue(), date.data(), creator});
+      ReplaceUserGroups(database, user.id, user.groups);
+    } catch (const Failure& failure) {
+      throw Failure(failure.What() == Failure::Kind::System ? failure.What() : Failure::Kind::Input,
+                    csv + ":" + std::to_string(user.line) + ": " + failure.what() + "; nobody was added");
+    }
+    progress.Advance(1);
+  }
+}
+
+void WritePasswords(const NewFile& file, const std::string& name, const std::vector<CsvUser>& users,
+                    const std::vector<Credential>& credentials) {
+  Output out(file.WorkName(), name);
+  out.Write("user_id,password\r\n");
+  for (std::size_t i = 0; i < users.size(); ++i) {
+    out.Write(CsvField(users[i].id) + ',' + credentials[i].password->Text() + "\r\n");
+  }
+  out.Finish();
+  file.Publish();
 }
 
 /// All users of a file or none. Their passwords are on the disk before the users are.
@@ -118,36 +148,22 @@ ExitStatus AddMany(const Context& context, const AddOptions& options) {
   }
   ProgressBar progress;
   std::vector<CsvUser> users = ReadCsvUsers(options.csv, progress);
-  Database database(context.DatabaseFile(), Database::Access::Write);
+  const auto writer = context.Writer();
   const NewFile file(options.passwords, NewFile::Existing::Keep, "its passwords would be lost");
-  Transaction transaction(database);
-  const std::string creator = CreatorOf(database, options);
-  progress.Begin("Adding", users.size());
-  Statement insert(
-      database, "INSERT INTO users(user_id, auth_method, auth_value, create_date, create_user) VALUES(?, ?, ?, ?, ?)");
-  Output out(file.WorkName(), options.passwords);
-  out.Write("user_id,password\r\n");
-  std::array<char, Tarn::DateTimeLen + 1> date{};
-  Tarn::Timestamp().EncodeString(date.data(), date.size());
-  for (CsvUser& user : users) {
-    const std::string where = options.csv + ":" + std::to_string(user.line) + ": ";
-    try {
-      RequireNew(database, user.id);
-      Credential credential;
-      credential.password.emplace(GeneratePassword());
-      insert.Run({user.id, credential.Method(), credential.StoredValue(), date.data(), creator});
-      user.groups.insert(user.groups.end(), options.groups.begin(), options.groups.end());
-      ReplaceUserGroups(database, user.id, user.groups);
-      out.Write(CsvField(user.id) + ',' + credential.password->Text() + "\r\n");
-    } catch (const Failure& failure) {
-      throw Failure(failure.What() == Failure::Kind::System ? failure.What() : Failure::Kind::Input,
-                    where + failure.what() + "; nobody was added");
-    }
-    progress.Advance(1);
+  std::vector<Credential> credentials(users.size());
+  for (std::size_t i = 0; i < users.size(); ++i) {
+    credentials[i].password.emplace(GeneratePassword());
+    users[i].groups.insert(users[i].groups.end(), options.groups.begin(), options.groups.end());
   }
-  out.Finish();
-  file.Publish();
-  transaction.Commit();
+  bool is_published = false;
+  writer->Write([&](Database& database) {
+    progress.Begin("Adding", users.size());
+    AddAll(database, users, credentials, CreatorOf(database, options), options.csv, progress);
+    if (!is_published) { // once, however often others come first
+      WritePasswords(file, options.passwords, users, credentials);
+      is_published = true;
+    }
+  });
   progress.Clear();
   context.Report("Added " + Count(users.size(), "user") + "; their passwords are in " + Quoted(options.passwords) + '.',
                  {{"added_count", users.size()}, {"passwords", JsonText(options.passwords)}});

@@ -44,12 +44,11 @@ Json UserJson(const std::string& id, const std::string& method, const std::strin
 }
 
 ExitStatus DeleteUsers(const Context& context, const UserOptions& options) {
-  Database database(context.DatabaseFile(), Database::Access::Write);
   if (const std::size_t count = Distinct(options.ids).size(); count > 1) {
     ConfirmRemoval(context, "Delete " + Count(count, "user") + "?");
   }
   Json warnings =
-      options.lockout.Apply(context, database, [&] { AccessDirectory::DeleteUsers(database, options.ids); });
+      options.lockout.Apply(context, [&](Database& database) { AccessDirectory::DeleteUsers(database, options.ids); });
   Json deleted = Json::array();
   std::string sentences;
   for (const std::string& id : Distinct(options.ids)) {
@@ -127,9 +126,8 @@ ExitStatus ShowUser(const Context& context, const UserOptions& options) {
 
 ExitStatus SetUserGroups(const Context& context, const UserOptions& options) {
   RequireSet(options.groups, options.none, "GROUP");
-  Database database(context.DatabaseFile(), Database::Access::Write);
-  Json warnings =
-      options.lockout.Apply(context, database, [&] { ReplaceUserGroups(database, options.id, options.groups); });
+  Json warnings = options.lockout.Apply(
+      context, [&](Database& database) { ReplaceUserGroups(database, options.id, options.groups); });
   const std::vector<std::string> groups = Distinct(options.groups);
   context.Report("User " + Quoted(options.id) + " is now in: " + Joined(groups) + ".",
                  {{"user_id", JsonText(options.id)}, {"groups", JsonTexts(groups)}, {"warnings", std::move(warnings)}});

@@ -8,6 +8,7 @@
 #include "directory/file/Backup.h"
 #include "directory/file/FileNames.h"
 #include "directory/file/NewFile.h"
+#include "directory/replica/ReplicaRow.h"
 #include "tool/command/file/BackupCommand.h"
 #include "tool/DirectoryNames.h"
 #include "tool/terminal/ProgressBar.h"
@@ -44,6 +45,22 @@ ExitStatus Backup(const Context& context, const BackupOptions& options) {
   return ExitStatus::Done;
 }
 
+/// What a replica holds is its store's: a backup of a replica of the same directory will be brought up to date, all
+/// else would stay what no other machine has.
+void RequireSameReplica(Database& backup, const std::string& file) {
+  std::optional<ReplicaRow> replica;
+  try {
+    replica = ReadReplicaRow(file);
+  } catch (const Failure&) {
+    return; // damaged, to be mended
+  }
+  const auto source = ReadReplicaRow(backup);
+  if (replica && (!source || source->directory != replica->directory)) {
+    throw Failure(Failure::Kind::Refused, Quoted(file) + " is a replica, and the backup is not one of its directory: "
+                                                         "\"import\" brings a directory into the store");
+  }
+}
+
 ExitStatus Restore(const Context& context, const BackupOptions& options) {
   const std::string file = context.DatabaseFile();
   RequireFileName(file);
@@ -62,6 +79,7 @@ ExitStatus Restore(const Context& context, const BackupOptions& options) {
     ProgressBar progress;
     RequireIntegrity(backup, progress);
     if (std::filesystem::is_regular_file(file, unknown)) {
+      RequireSameReplica(backup, file);
       CopyInto(backup, file, progress);
     } else {
       const NewFile created(file, NewFile::Existing::Keep, "and is not a regular file");

@@ -1,12 +1,14 @@
 #include "tool/command/Commands.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
 
 #include "directory/Directory.h"
 #include "directory/policy/AccessRulesReader.h"
+#include "directory/replica/ReplicaRow.h"
 #include "directory/transfer/DirectoryCheck.h"
 #include "directory/transfer/DirectoryDifference.h"
 #include "directory/transfer/DirectoryReader.h"
@@ -91,8 +93,8 @@ ExitStatus Refuse(const Context& context, const ImportOptions& options, const Fi
 
 /// Puts the directory in place of the stored one, which is still that of `version` when what was read is part of it.
 /// Returns the name of the backup that it makes first, of exactly what it replaces.
-std::string Write(Database& database, const Directory& directory, Progress& progress, std::optional<long long> version,
-                  bool with_backup) {
+std::string WriteFile(Database& database, const Directory& directory, Progress& progress,
+                      std::optional<long long> version, bool with_backup) {
   Transaction transaction(database);
   if (version && VersionOf(database) != *version) {
     throw Failure(Failure::Kind::Refused, "the directory was changed meanwhile; nothing was imported");
@@ -104,6 +106,26 @@ std::string Write(Database& database, const Directory& directory, Progress& prog
   }
   ReplaceDirectory(database, directory, progress);
   transaction.Commit();
+  return backup;
+}
+
+/// The same through the store of a replica, which was at `read` when it was read; nothing when it was not.
+std::string WriteStore(const Context& context, const Directory& directory, Progress& progress,
+                       const std::optional<ReplicaRow>& read, bool with_backup) {
+  std::string backup;
+  context.Writer()->Write([&](Database& database) {
+    if (read && ReadReplicaRow(database)->head_txn != read->head_txn) {
+      throw Failure(Failure::Kind::Refused, "the directory was changed meanwhile; nothing was imported");
+    }
+    if (!backup.empty()) {
+      std::filesystem::remove(backup); // another change came first
+    }
+    if (with_backup) {
+      Database stored(database.File(), Database::Access::Read);
+      backup = BackUpBefore("import", stored);
+    }
+    ReplaceDirectory(database, directory, progress);
+  });
   return backup;
 }
 
@@ -153,6 +175,7 @@ ExitStatus Import(const Context& context, const ImportOptions& options) {
   FileFindings errors;
   FileFindings warnings;
   std::optional<long long> version;
+  const std::optional<ReplicaRow> replica = ReadReplicaRow(database);
   ReadAndCheck(database, options, progress, directory, errors, warnings, version);
   if (errors.Count() > 0) {
     progress.Clear();
@@ -168,7 +191,10 @@ ExitStatus Import(const Context& context, const ImportOptions& options) {
   ConfirmRemoval(context, Sum(before) > 1 && !options.merge
                               ? "Replace " + CountsText(before) + " by " + CountsText(counts) + "?"
                               : std::string());
-  const std::string backup = Write(database, directory, progress, version, !options.no_backup && Sum(before) > 0);
+  const bool with_backup = !options.no_backup && Sum(before) > 0;
+  const std::string backup =
+      replica ? WriteStore(context, directory, progress, version ? replica : std::nullopt, with_backup)
+              : WriteFile(database, directory, progress, version, with_backup);
   progress.Clear();
   if (context.IsVerbose() && !context.WantsJson()) {
     warnings.Print(std::cerr, "perenna-access: warning: ");

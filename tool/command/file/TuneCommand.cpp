@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "directory/file/Tune.h"
+#include "directory/replica/ReplicaRow.h"
 #include "tool/DirectoryNames.h"
 
 namespace Tool {
@@ -42,6 +43,9 @@ ExitStatus RunTune(const Context& context, const TuneOptions& options) {
   long long after = 0;
   {
     Database database(file, options.dry_run ? Database::Access::Read : Database::Access::Write);
+    if (options.undo && ReadReplicaRow(database)) {
+      throw Failure(Failure::Kind::Refused, Quoted(file) + " is a replica, which stays tuned");
+    }
     steps = options.undo ? StepsToUndo(database) : StepsToTune(database);
     before = after = FileBytes(database);
     if (!options.dry_run && !steps.empty()) {

@@ -84,7 +84,11 @@ ExitStatus RunServe(const Context& context, bool only_check) {
   }
   Host::WatchSqliteErrors(); // before the first use of SQLite
   LookAtDirectory(context, configuration);
-  return Host::Serve(configuration) == Host::ServiceEnd::Asked ? ExitStatus::Done : ExitStatus::Failed;
+  // Without a store nothing can be changed on a replica, but decided.
+  const auto writer = configuration.sync.configured
+                          ? context.Writer()
+                          : std::make_shared<AccessDirectory::FileWriter>(configuration.database_filename);
+  return Host::Serve(configuration, *writer) == Host::ServiceEnd::Asked ? ExitStatus::Done : ExitStatus::Failed;
 }
 
 } // namespace
