@@ -60,10 +60,10 @@ TEST_F(Completion, OffersWhatMayComeNext) {
   EXPECT_THAT(Offered({"xyz", ""}), IsEmpty());
   EXPECT_THAT(Offered({"user", "list", "--"}),
               ElementsAre("--help", "--search", "--group", "--skip", "--limit", "--csv", "--jsonl", "--database",
-                          "--config", "--audit", "--json", "--yes", "--verbose", "--color", "--wide"));
+                          "--config", "--audit", "--json", "--yes", "--no-wait", "--verbose", "--color", "--wide"));
   EXPECT_THAT(Offered({"--json", "-d", "x", "user", "list", "--limit", "1", "--"}),
               ElementsAre("--help", "--search", "--group", "--skip", "--csv", "--jsonl", "--audit", "--yes",
-                          "--verbose", "--color", "--wide"));
+                          "--no-wait", "--verbose", "--color", "--wide"));
   EXPECT_THAT(Offered({"user", "list", "--limit", ""}), IsEmpty());
   EXPECT_THAT(Offered({"--database", ""}), ElementsAre("files"));
   EXPECT_THAT(Offered({"user", "add", "x", "--password-file=/t"}), ElementsAre("files"));
