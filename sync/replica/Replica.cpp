@@ -154,6 +154,11 @@ Replica::~Replica() = default;
 
 bool Replica::Reread() {
   const auto row = AccessDirectory::ReadReplicaRow(m_Database);
+  if (!row && m_Statements != nullptr) {
+    throw Failure(Failure::Kind::System, "the database " + AccessDirectory::Quoted(m_File) +
+                                             " is no replica any more: its table perenna_replica was emptied or dropped; "
+                                             "with the file out of the way the agent makes it anew");
+  }
   if (!row) {
     return false;
   }

@@ -36,7 +36,8 @@ public:
   static bool IsReplica(const std::string& file);
 
   const ReplicaRow& Row() const noexcept { return m_Row; }
-  /// Reads the row anew, which another program may have written; whether it is another.
+  /// Reads the row anew, which another program may have written; whether it is another. Failure (System) when it is
+  /// gone.
   bool Reread();
 
   /// Makes the changes, and the row `after`, in one transaction. Nothing, and false, when the file is no longer at

@@ -88,6 +88,9 @@ AccessDirectory::Secret ReadPassword(const std::string& file) {
   if (password.Text().empty()) {
     throw StoreError(Reason::Refused, "Sync.PasswordFile " + AccessDirectory::Quoted(file) + " holds no password");
   }
+  if (!AccessDirectory::JsonText(password.Text()).is_string()) {
+    throw StoreError(Reason::Refused, "Sync.PasswordFile " + AccessDirectory::Quoted(file) + " is not UTF-8");
+  }
   return password;
 }
 
