@@ -95,19 +95,29 @@ std::vector<std::pair<Shown, std::string>> RunSession(const std::string& documen
   const TemporaryDirectory directory;
   const std::string tool = PERENNA_ACCESS_TOOL;
   std::ofstream script(directory.File("session.sh"));
-  // The ports of the example are other people's: both it and the commands get free ones.
+  // The ports of the examples are other people's: they and the commands get free ones.
   script << "set -e; cd '" << directory.Path() << "'; mkdir work examples; cp -r '" << PERENNA_SOURCE_DIR
          << "/examples/nginx' examples\n"
          << R"(port() { python3 -c 'import socket; s = socket.socket(); s.bind(("", 0)); print(s.getsockname()[1])'; }
 sed -i "s/:8480/:$(port)/; s/:8443/:$(port)/" examples/nginx/nginx.conf
+prefix() { python3 -c '
+import random, socket
+def free(port):
+    try: socket.socket().bind(("127.0.0.1", port))
+    except OSError: return False
+    return True
+print(next(p for p in iter(lambda: random.randrange(2000, 3200), 0) if all(free(10 * p + i) for i in (1, 2, 3))))'; }
+clients=$(prefix) peers=$(prefix)
 site=$(sed -n 's/.*listen 127.0.0.1:\([0-9]*\);/\1/p' examples/nginx/nginx.conf)
 set +e; cd work
 )"
          << "export NO_COLOR=1 LC_ALL=C PATH='" << tool.substr(0, tool.rfind('/')) << "':\"$PATH\":/usr/sbin PERENNA='"
          << directory.Path() << "'\n";
   for (std::size_t i = 0; i < steps.size(); ++i) {
+    std::string command = std::regex_replace(steps[i].command, std::regex(":8480"), ":\"$$site\"");
+    command = std::regex_replace(command, std::regex(":2379"), ":$${clients}");
     script << "printf '" << Marker(i).substr(0, Marker(i).size() - 1) << "\\n'\n"
-           << std::regex_replace(steps[i].command, std::regex("127\\.0\\.0\\.1:8480"), "127.0.0.1:\"$$site\"");
+           << std::regex_replace(command, std::regex(":2380"), ":$${peers}");
   }
   script.close();
   const std::string printed = Normalised(RunAtTerminal({"/bin/sh", directory.File("session.sh")}, Dialogue(steps)).out);
@@ -182,7 +192,8 @@ TEST(JsonDocument, ShowsTheShapeOfEveryCommand) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Documents, Documentation,
-                         testing::Values("README.md", "docs/administration.md", "docs/host.md"),
+                         testing::Values("README.md", "docs/administration.md", "docs/host.md",
+                                         "docs/many-machines.md"),
                          [](const auto& document) {
                            std::string name = document.param;
                            std::replace_if(
