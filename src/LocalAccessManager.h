@@ -2,6 +2,7 @@
 
 #include <list>
 #include <string>
+#include <unordered_map>
 #include <utility>
 
 #include "PN_HTTP.h"
@@ -183,7 +184,8 @@ TN_API Tarn::Result_t InitUserManager(const Perenna::PListDict& dict);
 TN_API bool GetUserManager(UserManager*& p);
 
 /// The self access keys: random, single-use, valid for 10 seconds, with which the server authenticates its calls to
-/// itself. `m_Lock` guards the list and is never held together with another lock; any thread may call any operation.
+/// itself. `m_Lock` guards the list with its index and is never held together with another lock; any thread may call
+/// any operation.
 class TN_API SelfAccessManager {
 public:
   SelfAccessManager() = default;
@@ -210,6 +212,10 @@ private:
 
   Tarn::Mutex m_Lock;
   AccessKeyList m_SelfAccessKeys; // in the order of issue
+  // By the first bytes of their keys, all entries but some last ones. The bytes are random; that they are all different
+  // is nowhere relied on.
+  std::unordered_multimap<std::uint64_t, AccessKeyList::iterator> m_Index;
+  bool m_InOrder = true; // of time: the clock was not set back between the entries
 };
 
 /// Creates the process's SelfAccessManager as `InitUserManager` does its manager. Tarn::RESULT_OK. Thread-safe.
