@@ -60,7 +60,8 @@ std::string Ascii(unsigned code_point, Backslash backslash) {
   if (code_point < 0x20 || code_point == 0x7f) {
     return Escape("\\x%02x", code_point);
   }
-  return std::string(1, static_cast<char>(code_point));
+  const auto byte = static_cast<char>(code_point);
+  return {&byte, 1};
 }
 
 } // namespace

@@ -90,7 +90,7 @@ std::optional<std::string> TextOf(const Json& value) {
 }
 
 bool ReadKey(std::string_view key, Entry& entry) {
-  const auto form = std::find_if(Forms().begin(), Forms().end(), [key](const KeyForm& each) {
+  const auto* const form = std::find_if(Forms().begin(), Forms().end(), [key](const KeyForm& each) {
     return key.size() >= 2 && key[0] == each.letter && key[1] == '/';
   });
   if (form == Forms().end()) {

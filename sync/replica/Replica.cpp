@@ -28,7 +28,7 @@ std::string ForColumns(std::size_t section, std::size_t begin, std::size_t end, 
   std::string sql;
   for (std::size_t column = begin; column < end; ++column) {
     const std::string& name = Sections.at(section).columns[column];
-    sql += (column == begin ? "" : between) + before + name + after;
+    sql.append(column == begin ? "" : between).append(before).append(name).append(after);
     if (const std::size_t mark = sql.find('$'); mark != std::string::npos) {
       sql.replace(mark, 1, name);
     }
@@ -72,6 +72,29 @@ std::string PutStatement(std::size_t section) {
   }
   return "INSERT INTO " + table + "(" + Names(section) + ") SELECT " + Marks(section) +
          " WHERE NOT EXISTS(SELECT 1 FROM " + table + " WHERE " + Condition(section) + ")";
+}
+
+/// What makes a table hold the entries that are wanted, and those that it holds already stay untouched.
+std::vector<std::string> ReplacingStatements(std::size_t section) {
+  const AccessDirectory::Section& about = Sections.at(section);
+  const std::string table = about.table;
+  std::vector<std::string> statements = {"DELETE FROM " + table + " AS held WHERE NOT EXISTS(SELECT 1 FROM " +
+                                         Temporary(section) + " AS wanted WHERE " + SameKey(section) + ")"};
+  if (about.HasDetails()) {
+    const std::string details = ForColumns(section, about.keys, about.columns.size(), "", "", ", ");
+    statements.push_back("UPDATE " + table + " AS held SET (" + details + ") = (SELECT " + details + " FROM " +
+                         Temporary(section) + " AS wanted WHERE " + SameKey(section) + ") WHERE EXISTS(SELECT 1 FROM " +
+                         Temporary(section) + " AS wanted WHERE " + SameKey(section) + " AND NOT (" +
+                         ForColumns(section, about.keys, about.columns.size(), "wanted.", " IS held.$", " AND ") +
+                         "))");
+  } else {
+    statements.push_back("DELETE FROM " + table + " WHERE rowid NOT IN (SELECT min(rowid) FROM " + table +
+                         " GROUP BY " + Names(section) + ")");
+  }
+  statements.push_back("INSERT INTO " + table + "(" + Names(section) + ") SELECT " + Names(section) + " FROM " +
+                       Temporary(section) + " AS wanted WHERE NOT EXISTS(SELECT 1 FROM " + table + " AS held WHERE " +
+                       SameKey(section) + ")");
+  return statements;
 }
 
 } // namespace
@@ -155,9 +178,10 @@ Replica::~Replica() = default;
 bool Replica::Reread() {
   const auto row = AccessDirectory::ReadReplicaRow(m_Database);
   if (!row && m_Statements != nullptr) {
-    throw Failure(Failure::Kind::System, "the database " + AccessDirectory::Quoted(m_File) +
-                                             " is no replica any more: its table perenna_replica was emptied or dropped; "
-                                             "with the file out of the way the agent makes it anew");
+    throw Failure(Failure::Kind::System,
+                  "the database " + AccessDirectory::Quoted(m_File) +
+                      " is no replica any more: its table perenna_replica was emptied or dropped; "
+                      "with the file out of the way the agent makes it anew");
   }
   if (!row) {
     return false;
@@ -219,24 +243,10 @@ std::size_t Replica::ReplaceBy(const ReplicaRow& after) {
   {
     Writing writing(*this);
     RestoreGuards(m_Database);
-    const auto run = [&](const std::string& sql) { changed += static_cast<std::size_t>(m_Database.Run(sql)); };
     for (std::size_t section = 0; section < SectionCount; ++section) {
-      const AccessDirectory::Section& about = Sections.at(section);
-      const std::string table = about.table;
-      run("DELETE FROM " + table + " AS held WHERE NOT EXISTS(SELECT 1 FROM " + Temporary(section) +
-          " AS wanted WHERE " + SameKey(section) + ")");
-      if (about.HasDetails()) {
-        const std::string details = ForColumns(section, about.keys, about.columns.size(), "", "", ", ");
-        run("UPDATE " + table + " AS held SET (" + details + ") = (SELECT " + details + " FROM " + Temporary(section) +
-            " AS wanted WHERE " + SameKey(section) + ") WHERE EXISTS(SELECT 1 FROM " + Temporary(section) +
-            " AS wanted WHERE " + SameKey(section) + " AND NOT (" +
-            ForColumns(section, about.keys, about.columns.size(), "wanted.", " IS held.$", " AND ") + "))");
-      } else {
-        run("DELETE FROM " + table + " WHERE rowid NOT IN (SELECT min(rowid) FROM " + table + " GROUP BY " +
-            Names(section) + ")");
+      for (const std::string& sql : ReplacingStatements(section)) {
+        changed += static_cast<std::size_t>(m_Database.Run(sql));
       }
-      run("INSERT INTO " + table + "(" + Names(section) + ") SELECT " + Names(section) + " FROM " + Temporary(section) +
-          " AS wanted WHERE NOT EXISTS(SELECT 1 FROM " + table + " AS held WHERE " + SameKey(section) + ")");
     }
     writing.Commit(after);
   }

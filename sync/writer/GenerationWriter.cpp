@@ -9,7 +9,7 @@ namespace Sync {
 namespace {
 
 constexpr std::size_t MostOperations = 1000;  // of a piece; halved while the store finds it too many
-constexpr std::size_t MostBytes = 512 * 1024; // of a piece: a third of what a member takes by default
+constexpr std::size_t MostBytes = std::size_t{512} * 1024; // of a piece: a third of what a member takes by default
 constexpr std::size_t KeysRemovedAtOnce = 1000;
 
 } // namespace

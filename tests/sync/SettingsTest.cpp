@@ -2,6 +2,8 @@
 
 #include <fstream>
 
+#include <gtest/gtest.h>
+
 #include "directory/Failure.h"
 #include "support/Support.h"
 

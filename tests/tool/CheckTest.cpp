@@ -116,8 +116,9 @@ TEST_F(Check, ColoursAndTheWidthOfTablesFollowTheTerminal) {
       {"stty cols 45", "filter list --wide --color=never", false, false},
   };
   for (const auto& [terminal, arguments, coloured, cut] : cases) {
-    SCOPED_TRACE(terminal + "; " + arguments);
-    const std::string line = "export TERM=xterm; " + terminal + "; \"$0\" -d \"$1\" " + arguments;
+    SCOPED_TRACE(testing::Message() << terminal << "; " << arguments);
+    std::string line = "export TERM=xterm; ";
+    line.append(terminal).append("; \"$0\" -d \"$1\" ").append(arguments);
     const ToolResult result = RunAtTerminal({"/bin/sh", "-c", line, PERENNA_ACCESS_TOOL, File()}, {});
     EXPECT_EQ(result.out.find("\x1b[32mAllow\x1b[0m") != std::string::npos, coloured) << result.out;
     EXPECT_EQ(result.out.find("...\r\n(cut to the width of the terminal; --wide shows all)") != std::string::npos, cut);

@@ -100,7 +100,9 @@ TEST_F(Completion, ScriptsAreWhatTheirShellsUnderstand) {
   for (const auto& [shell, check] : checks) {
     const std::string file = PathBeside(shell);
     std::ofstream(file) << RunTool("", {"completion", shell}).out;
-    const std::string line = "! command -v " + shell + " >/dev/null || " + shell + " " + check + " '" + file + "'";
+    std::string line = "! command -v ";
+    line.append(shell).append(" >/dev/null || ").append(shell).append(" ").append(check);
+    line.append(" '").append(file).append("'");
     const ToolResult result = RunAtTerminal({"/bin/sh", "-c", line}, {});
     EXPECT_EQ(result.status, 0) << shell << result.out;
     EXPECT_EQ(result.out, "") << shell;

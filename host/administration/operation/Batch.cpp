@@ -35,7 +35,7 @@ Item ItemOf(const Call& call, const Json& json, std::size_t number) {
     } else if (name != "method" && name != "path") {
       Refuse(400, where + Quoted(name) + " is an unknown member; known are: method, path, body");
     } else if (!value.is_string()) {
-      Refuse(400, where + "\"" + name + "\" is not a text");
+      Refuse(400, where + Quoted(name) + " is not a text");
     } else {
       (name == "path" ? item.path : item.method) = value.get<std::string>();
     }

@@ -1,6 +1,10 @@
 // Where patterns of one shape begin to be refused. The limits were measured on what the C library needs; they move only
 // when that is measured anew.
 
+#include <string>
+
+#include <gtest/gtest.h>
+
 #include "platform/pattern/Cost.h"
 
 using namespace Perenna::Pattern;
