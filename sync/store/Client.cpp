@@ -37,12 +37,23 @@ struct Fault {
   int code = 0;
 };
 
+std::string TextIn(const Json& json, const char* name) {
+  const auto found = json.is_object() ? json.find(name) : json.end();
+  return found != json.end() && found->is_string() ? found->get<std::string>() : std::string();
+}
+
+/// {"message", "code"}, also within "error", which may be a text; whatever else a proxy between may send.
 Fault FaultOf(const HttpAnswer& answer) {
-  const Json json = Json::parse(answer.body, nullptr, false);
+  Json json = Json::parse(answer.body, nullptr, false);
+  if (json.is_object() && json.contains("error") && json["error"].is_object()) {
+    json = Json(json["error"]);
+  }
   Fault fault;
-  if (json.is_object()) {
-    fault.message = json.value("message", json.value("error", std::string()));
-    fault.code = json.value("code", 0);
+  fault.message = TextIn(json, "message");
+  fault.message = fault.message.empty() ? TextIn(json, "error") : fault.message;
+  if (const auto code = json.is_object() ? json.find("code") : json.end();
+      code != json.end() && code->is_number_integer()) {
+    fault.code = code->get<int>();
   }
   if (fault.message.empty()) {
     fault.message = "HTTP status " + std::to_string(answer.status);
@@ -149,7 +160,7 @@ std::string Client::Call(const std::string& path, const std::string& body, milli
       }
     } catch (const StoreError& error) {
       if (error.Why() != Reason::Away) {
-        throw;
+        throw i == 0 ? error : error.AfterALostAnswer();
       }
       reason = error.what();
     }
@@ -173,7 +184,7 @@ void Client::Authenticate() {
                          ": " + AccessDirectory::Shown(fault.message));
   }
   const Json json = Json::parse(answer.body, nullptr, false);
-  m_Token = json.is_object() ? json.value("token", std::string()) : std::string();
+  m_Token = TextIn(json, "token");
   if (m_Token.empty() || Holds(m_Token, "\n") || Holds(m_Token, "\r")) {
     m_Token.clear();
     throw StoreError(Reason::Refused, "the store gave no token");

@@ -13,14 +13,25 @@ public:
     Compacted, ///< the revision that was asked for is no longer kept
     Future,    ///< the revision that was asked for is not there yet
     TooLarge,  ///< the store takes no request of this size, or of so many operations
+    Overtaken, ///< a condition did not hold: somebody else came first
     Refused    ///< anything else: no permission, a malformed answer
   };
 
   StoreError(Reason reason, const std::string& message) : Failure(Kind::System, message), m_Reason(reason) {}
   Reason Why() const noexcept { return m_Reason; }
 
+  /// The same of a request that has been sent before, to another member whose answer did not come: it may have been
+  /// done there.
+  StoreError AfterALostAnswer() const {
+    StoreError error(*this);
+    error.m_MayBeDone = true;
+    return error;
+  }
+  bool MayBeDone() const noexcept { return m_MayBeDone || m_Reason == Reason::Away; }
+
 private:
   Reason m_Reason;
+  bool m_MayBeDone = false;
 };
 
 } // namespace Sync

@@ -8,7 +8,7 @@ namespace Sync {
 
 namespace {
 
-constexpr std::size_t MostOperations = 1000;  // of a piece; halved while the store finds it too many
+constexpr std::size_t MostOperations = 1000;               // of a piece; halved while the store finds it too many
 constexpr std::size_t MostBytes = std::size_t{512} * 1024; // of a piece: a third of what a member takes by default
 constexpr std::size_t KeysRemovedAtOnce = 1000;
 
@@ -64,8 +64,8 @@ void GenerationWriter::Write() {
     }
     try {
       if (!m_Client.Commit({{"compare", {StillOurs()}}, {"success", std::move(operations)}}).succeeded) {
-        throw StoreError(StoreError::Reason::Refused, "somebody removed generation " + std::to_string(m_Generation) +
-                                                          " of the store while it was being written");
+        throw StoreError(StoreError::Reason::Overtaken, "somebody removed generation " + std::to_string(m_Generation) +
+                                                            " of the store while it was being written");
       }
       begin = end;
     } catch (const StoreError& error) {

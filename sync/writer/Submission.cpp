@@ -54,12 +54,11 @@ Revision CommitOnce(Client& client, Revision generation, const Head& base, const
       }
       throw ChangeConflict("another change came first");
     } catch (const StoreError& error) {
-      const bool is_unknown = error.Why() == StoreError::Reason::Away;
-      if (is_unknown && Clock::now() < end) {
+      if (error.Why() == StoreError::Reason::Away && Clock::now() < end) {
         std::this_thread::sleep_for(Pause);
         continue;
       }
-      if (is_unknown || (sent && error.Why() == StoreError::Reason::Compacted)) {
+      if (sent || error.MayBeDone()) {
         throw Failure(Failure::Kind::System, std::string(error.what()) +
                                                  "; whether the change was made is not known: look before it is made "
                                                  "again (its id is " +
@@ -67,6 +66,15 @@ Revision CommitOnce(Client& client, Revision generation, const Head& base, const
       }
       throw;
     }
+  }
+}
+
+/// What nobody reads; what cannot be removed now is by whoever writes the next generation.
+void RemoveHalfWritten(Client& client, Revision generation) {
+  try {
+    RemoveGeneration(client, generation);
+  } catch (const StoreError&) {
+    return;
   }
 }
 
@@ -125,7 +133,13 @@ Submitted SubmitWhole(Client& client, Revision generation, const Head& base, con
                     {"success", {PutOperation(old_head, head.Text()), PutOperation(CurrentKey(client), TextOf(next))}},
                     {"failure", {GetOperation(old_head)}}});
   } catch (const ChangeConflict&) {
-    RemoveGeneration(client, writer.Generation());
+    RemoveHalfWritten(client, writer.Generation());
+    throw;
+  } catch (const StoreError& error) { // before the switch, or it was certainly not made
+    RemoveHalfWritten(client, writer.Generation());
+    if (error.Why() == StoreError::Reason::Overtaken) {
+      throw ChangeConflict(error.what());
+    }
     throw;
   }
   try {

@@ -1,64 +1,20 @@
 """Replica files against a real store that fails in every way: python3 replicas.py PERENNA-ACCESS [--long] [SCENARIO]"""
 
-import base64
+import http.server
 import json
 import os
 import random
+import resource
 import shutil
 import signal
 import sqlite3
 import subprocess
-import sys
-import tempfile
 import threading
 import time
+import urllib.request
 
-from cluster import PREFIX, Cluster, Machine, encode, quote, wait_for
-
-TOOL = os.path.abspath(sys.argv[1])
-LONG = "--long" in sys.argv
-NAMED = [name for name in sys.argv[2:] if not name.startswith("-")]
-SEED = int(os.environ.get("PERENNA_SEED", random.randrange(1 << 30)))
-GROUP = json.dumps({"group_name": "A group"})
-
-
-class Site:
-    """A store that holds a directory, and two machines with running agents."""
-
-    def __init__(self, place, members=3, machines=2):
-        self.cluster = Cluster(place, members)
-        self.machines = [Machine(TOOL, place, self.cluster, f"machine{i}") for i in range(machines)]
-        first = self.machines[0]
-        first.run("init", "--user", "admin", "--administrators", "administrators", "--password-stdin", given="secret\n")
-        first.run("sync", "init")
-        for machine in self.machines:
-            machine.start()
-        self.converge()
-
-    def converge(self, seconds=20):
-        revision = self.cluster.change([("g/last", GROUP)])
-        for machine in self.machines:
-            machine.at(revision, seconds)
-            machine.check()
-            wait_for("following", lambda m=machine: m.phase() == "following")
-
-    def end(self):
-        for machine in self.machines:
-            machine.kill()
-        self.cluster.stop()
-
-
-def random_change(cluster, numbers):
-    """Some keys of a few, so that they come, change and go."""
-    puts, deletes = {}, set()
-    for _ in range(numbers.randrange(1, 6)):
-        name = f"n{numbers.randrange(30)}"
-        key = numbers.choice([f"g/{name}", f"m/{name}/admin", f"f/{name}/GET/Allow/" + quote(f"^/{name}(/|$)")])
-        if numbers.random() < 0.35:
-            deletes.add(key)
-        else:
-            puts[key] = json.dumps({"group_name": str(numbers.random())}) if key[0] == "g" else ""
-    return cluster.change(list(puts.items()), deletes - puts.keys())
+from cluster import Machine, quote, wait_for
+from scenarios import GROUP, LONG, SEED, TOOL, random_change, run
 
 
 def follow(site):
@@ -231,174 +187,86 @@ def files(site):
     connection.close()
 
 
-def stale(site):
-    """A host that must not decide from an old copy does not, and says so; another goes on; both decide once it is fresh."""
+def full_disk(site):
+    """A file that cannot grow stays at one whole revision; with room again the agent goes on."""
     machine = site.machines[0]
-    place = site.cluster.place
-    configuration = json.load(open(machine.config, encoding="utf-8"))
-    hosts = {}
-    for what in ("refuse", "serve"):
-        configuration["Sync"].update({"OnStale": what, "StaleSeconds": 3})
-        configuration["Host"] = {"Listen": [f"unix:{place}/{what}.sock"], "Proxy": {"Peers": ["unix"]}}
-        with open(f"{place}/{what}.json", "w", encoding="utf-8") as out:
-            json.dump(configuration, out)
-        with open(f"{place}/machine-{what}.log", "ab") as log:
-            hosts[what] = subprocess.Popen([TOOL, "--config", f"{place}/{what}.json", "serve"], stderr=log)
+    machine.kill()
+    limit = os.path.getsize(machine.file) + 32768
 
-    def ask(what, path, *more):
-        done = subprocess.run(["curl", "-sS", "--max-time", "5", "--unix-socket", f"{place}/{what}.sock", "-w",
-                               " %{http_code}", *more, f"http://localhost{path}"], capture_output=True, text=True)
-        return " ".join(done.stdout.split())
+    def bound():
+        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+        resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
 
-    def decided(what):
-        return ask(what, "/auth", "-u", "admin:secret", "-H", "X-Original-Method: GET", "-H", "X-Original-URI: /access/users")
-
-    try:
-        for what in hosts:
-            wait_for("a decision", lambda w=what: decided(w) == "200")
-            assert ask(what, "/readyz") == "ready 200"
-        for method, path, body, status in [
-                ("POST", "/access/groups", {"group_id": "readers"}, 201), ("POST", "/access/groups", {"group_id": "readers"}, 409),
-                ("POST", "/access/users", {"user_id": "bob", "password": "pw"}, 201),
-                ("PUT", "/access/groups/readers/users/bob", None, 204), ("PUT", "/access/users/admin/groups", [], 409),
-                ("POST", "/access/filters", {"group_id": "readers", "method": "GET", "filter": "^/a", "action": "Allow"}, 201),
-                ("DELETE", "/access/filters?method=GET&group_id=readers&filter=%5E/a&action=Allow", None, 204),
-                ("PUT", "/access/users/bob/credential", {"password": "new"}, 204), ("DELETE", "/access/groups/readers", None, 204)]:
-            change = ["-X", method, "-u", "admin:secret", "-H", "Content-Type: application/json", "-d", json.dumps(body)]
-            answer = ask("serve", path, *(change if body is not None else change[:4]))
-            assert answer.endswith(str(status)), (method, path, answer)
-            machine.check()
-        assert ask("refuse", "/access/users/bob", "-u", "admin:secret").endswith("200")  # at once
-        site.cluster.stop()
-        answer = ask("serve", "/access/groups", *change[2:6], "-d", '{"group_id": "late"}', "-X", "POST")
-        assert answer.endswith("503") and "store" in answer, answer
-        assert ask("serve", "/access/groups/late", "-u", "admin:secret").endswith("404")
-        machine.kill()
-        wait_for("staleness", lambda: ask("refuse", "/readyz") == "stale 503")
-        assert decided("refuse") == "503" and decided("serve") == "200", (decided("refuse"), decided("serve"))
-        assert ask("serve", "/readyz") == "stale 200"
-        seen = ask("serve", "/access/me", "-u", "admin:secret", "-D", "-", "-o", "/dev/null")
-        assert "X-Directory-Age: " in seen and ";stale" in seen, seen
-        site.cluster.start()
-        machine.start()
-        wait_for("freshness", lambda: ask("refuse", "/readyz") == "ready 200")
-        assert decided("refuse") == "200"
-        machine.kill()
-        os.remove(machine.file + "-sync")  # what is of unknown age is too old
-        wait_for("staleness", lambda: decided("refuse") == "503")
-    finally:
-        for host in hosts.values():
-            host.terminate()
-            host.wait()
-
-
-def writes(site):
-    """Whatever changes a directory goes through the store, is in the files when the command ends, and is in the trail."""
-    first, second = site.machines
-    trail = f"{site.cluster.place}/trail"
-    with open(f"{site.cluster.place}/staff.csv", "w", encoding="utf-8") as csv:
-        csv.write("user_id,groups\ndora,editors\nemil,\n")
-    for machine, command, given in [
-            (first, "group add editors", ""), (second, "group rename editors People", ""),
-            (first, "user add bob --password-stdin --group editors", "pw\n"),
-            (second, "user add carl --password-stdin", "pw\n"),
-            (first, f"user add --csv {site.cluster.place}/staff.csv --passwords {site.cluster.place}/passwords.csv", ""),
-            (second, "user set-password carl --password-stdin", "other\n"), (first, "user disable emil", ""),
-            (first, "group set-members editors bob carl", ""), (second, "user remove-group carl editors", ""),
-            (first, "filter add editors Allow GET,PUT ^/articles", ""), (second, "filter delete editors Allow PUT ^/articles", ""),
-            (second, "user add-group carl editors", ""), (second, "--yes user delete dora emil", "")]:
-        machine.run("--audit", trail, *command.split(), given=given)
-        machine.check()
-    assert first.run("check", "bob", "GET", "/articles/1").strip() == "allowed"
-    assert "may administer" in second.run("user", "delete", "admin", status=1)
-    assert "exists already" in second.run("group", "add", "editors", status=1)
-    with open(trail, encoding="utf-8") as lines:
-        rows = [json.loads(line) for line in lines]
-    assert len(rows) == 13 and all(line["rows"] for line in rows), rows
-    assert rows[2]["rows"][0]["after"]["user_id"] == "bob" and "auth_value" not in json.dumps(rows)
-    other = f"{site.cluster.place}/other.db"
-    subprocess.run([TOOL, "--database", other, "init", "--user", "x", "--no-administrators", "--password-stdin"],
-                   input="secret\n", text=True, check=True, capture_output=True)
-    assert "is a replica" in first.run("restore", other, status=1)
-    whole = json.loads(first.run("export", "-"))
-    whole["users"] += [{**whole["users"][0], "user_id": f"u{i}"} for i in range(3000)]
-    whole["memberships"] += [{"group_id": "editors", "user_id": f"u{i}"} for i in range(3000)]
-    with open(f"{site.cluster.place}/whole.json", "w", encoding="utf-8") as out:
-        json.dump(whole, out)
-    first.run("--yes", "import", f"{site.cluster.place}/whole.json")
-    assert site.cluster.current()["generation"] == 2 and "editors" in first.run("user", "show", "u2999")
+    with open(machine.log, "ab") as log:
+        machine.agent = subprocess.Popen([TOOL, "--config", machine.config, "sync"], stderr=log, preexec_fn=bound)
+    wait_for("following", lambda: machine.phase() == "following")
+    for part in range(20):
+        site.cluster.change([(f"g/part{part}-{i}", GROUP) for i in range(100)])
+    wait_for("failing", lambda: machine.phase() in ("failing", "away"))
+    machine.check()
+    before = machine.status()["age_seconds"]
+    time.sleep(1.2)
+    assert machine.status()["age_seconds"] > before + 1, (before, machine.status())
+    machine.kill()
+    machine.start()
     site.converge()
-    assert first.run("export", "--sorted", "-") == second.run("export", "--sorted", "-")
-    keys = site.cluster.call("/v3/kv/range", {"key": encode(PREFIX + "1/"), "range_end": encode(PREFIX + "10"), "count_only": True})
-    assert keys.get("count", "0") in ("0", "1"), keys  # of the generation before, its head at most
-    site.cluster.stop()
-    before = first.run("export", "-")
-    assert "store" in first.run("group", "add", "late", status=3)
-    assert before == first.run("export", "-")
 
 
-def rivals(site):
-    """Two machines change the same things at once: every change is made once, in one order."""
-    begin = site.cluster.change([("g/begin", GROUP)])
-    end = time.monotonic() + (60 if LONG else 4)
-    for machine in site.machines:
-        machine.run("group", "add", f"of-{os.path.basename(machine.file)[:-3]}")
-    counts = [0, 0]
-
-    def work(number):
-        machine = site.machines[number]
-        while time.monotonic() < end:
-            name = f"w{number}-{counts[number]}"
-            machine.run("group", "add", name)
-            machine.run("group", "add-member", name, "admin")
-            machine.run("group", "rename", "begin", name)
-            counts[number] += 1
-
-    threads = [threading.Thread(target=work, args=(number,)) for number in (0, 1)]
-    for thread in threads:
-        thread.start()
-    for thread in threads:
-        thread.join()
-    site.converge()
-    assert min(counts) > 0, counts
-    for machine in site.machines:
-        rows = machine.run("group", "list", "--csv")
-        for number in (0, 1):
-            assert all(f"w{number}-{i}," in rows for i in range(counts[number])), (counts, rows)
-    heads, seen = site.cluster.get(f"{PREFIX}{site.cluster.current()['generation']}/head"), set()
-    while int(heads["mod_revision"]) > begin:
-        seen.add(json.loads(base64.b64decode(heads["value"]))["txn"])
-        heads = site.cluster.get(f"{PREFIX}{site.cluster.current()['generation']}/head", int(heads["mod_revision"]) - 1)
-    assert len(seen) == 3 * sum(counts) + 3, (len(seen), counts)  # two groups before, one change of converge after
-    print(f"rivals: {counts} rounds of 3 changes")
+ODD = [b"<html>", b"[]", b'{"error": {"code": 14, "message": "x"}}', b'{"message": null}', b'{"code": "14", "message": 7}']
 
 
-SCENARIOS = {"follow": follow, "kills": kills, "members": members, "compacted": compacted,
-             "other_store": other_store, "files": files, "stale": stale,
-             "writes": writes, "rivals": rivals}
+class Torn(http.server.BaseHTTPRequestHandler):
+    """A way to a member on which streams break in the middle of a line, lines come twice, and answers are a proxy's own."""
 
+    member, numbers = None, random.Random(SEED)
 
-def main():
-    print(f"PERENNA_SEED={SEED}")
-    memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
-    for name in NAMED or SCENARIOS:
-        place = tempfile.mkdtemp(prefix="perenna-sync-", dir=memory)
-        begin = time.monotonic()
-        site = None
+    def do_POST(self):
+        body = self.rfile.read(int(self.headers["Content-Length"]))
+        if self.numbers.random() < 0.1:
+            self.send_response(503)
+            self.end_headers()
+            self.wfile.write(self.numbers.choice(ODD))
+            return
+        request = urllib.request.Request(self.member + self.path, body)
         try:
-            site = Site(place, 1 if name in ("other_store", "files", "compacted", "follow", "stale", "writes", "rivals") else 3)
-            SCENARIOS[name](site)
-        except BaseException:
-            for entry in sorted(os.listdir(place)):
-                if entry.endswith(".log") and entry.startswith("machine"):
-                    with open(f"{place}/{entry}", encoding="utf-8") as log:
-                        print(f"--- {entry}\n{log.read()}")
-            raise
-        finally:
-            if site is not None:
-                site.end()
-            shutil.rmtree(place)
-        print(f"{name}: {time.monotonic() - begin:.1f} s")
+            with urllib.request.urlopen(request) as answer:
+                self.send_response(answer.status)
+                self.end_headers()
+                for line in answer if self.path == "/v3/watch" else [answer.read()]:
+                    torn = self.path == "/v3/watch" and self.numbers.random() < 0.2
+                    again = self.path == "/v3/watch" and self.numbers.random() < 0.2
+                    self.wfile.write(line[:len(line) // 2] if torn else line * (2 if again else 1))
+                    self.wfile.flush()
+                    if torn:
+                        return
+        except OSError:
+            pass  # the agent turned away, or the member did
+
+    def log_message(self, *_):
+        pass
 
 
-main()
+def torn(site):
+    """Streams that break and repeat themselves lose nothing and apply nothing twice."""
+    machine = site.machines[0]
+    machine.kill()
+    Torn.member = site.cluster.clients[0]
+    proxy = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Torn)
+    proxy.daemon_threads = True
+    threading.Thread(target=proxy.serve_forever, daemon=True).start()
+    configuration = json.load(open(machine.config, encoding="utf-8"))
+    configuration["Sync"]["Endpoints"] = [f"http://127.0.0.1:{proxy.server_port}"]
+    with open(machine.config, "w", encoding="utf-8") as out:
+        json.dump(configuration, out)
+    machine.start()
+    numbers, end = random.Random(SEED), time.monotonic() + (60 if LONG else 4)
+    while time.monotonic() < end:
+        revision = random_change(site.cluster, numbers)
+        if numbers.random() < 0.1:
+            machine.at(revision, 20)
+            machine.check()
+    site.converge(30)
+    proxy.shutdown()
+
+
+run([follow, kills, members, compacted, other_store, files, full_disk, torn], large=[kills, members])
