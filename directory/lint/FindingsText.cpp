@@ -53,7 +53,7 @@ SectionCounts CountsOf(const StoredDirectory& stored) {
   return counts;
 }
 
-void WriteFindings(const StoredDirectory& stored, const std::vector<Finding>& findings,
+void WriteFindings(const StoredDirectory& stored, const std::vector<Finding>& findings, const FilterProofs& proofs,
                    const std::function<void(const std::string& text)>& write) {
   write("{\n  \"findings\": [");
   const char* separator = "\n";
@@ -77,7 +77,12 @@ void WriteFindings(const StoredDirectory& stored, const std::vector<Finding>& fi
   const Json counts = {{"kinds", std::move(kinds)},
                        {"problems", problems},
                        {"notes", findings.size() - problems},
-                       {"rows", CountsJson(CountsOf(stored))}};
+                       {"rows", CountsJson(CountsOf(stored))},
+                       {"proofs",
+                        {{"targets", TargetsJson(proofs.Targets())},
+                         {"filters", proofs.Counted().filters},
+                         {"unknown", proofs.Counted().unknown},
+                         {"left_out", proofs.Counted().left_out}}}};
   const std::string rest = counts.dump(2, ' ', true);
   write((findings.empty() ? "],\n" : "\n  ],\n") + rest.substr(rest.find('\n') + 1) + '\n');
 }

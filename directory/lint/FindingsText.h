@@ -18,8 +18,9 @@ const char* SeverityName(const LintKind& kind);
 SectionCounts CountsOf(const StoredDirectory& stored);
 
 /// Writes findings as JSON, piece by piece, since there may be hundreds of thousands: {"findings": [...], "kinds":
-/// [...], "problems", "notes", "rows": {...}}, indented, ASCII only.
-void WriteFindings(const StoredDirectory& stored, const std::vector<Finding>& findings,
+/// [...], "problems", "notes", "rows": {...}, "proofs": {"targets", "filters", "unknown", "left_out"}}, indented, ASCII
+/// only.
+void WriteFindings(const StoredDirectory& stored, const std::vector<Finding>& findings, const FilterProofs& proofs,
                    const std::function<void(const std::string& text)>& write);
 
 } // namespace AccessDirectory

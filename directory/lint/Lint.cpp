@@ -33,8 +33,8 @@ std::vector<Finding> LintFile(const std::string& file) {
            command ? *command : "take the rights of others away with chmod"}};
 }
 
-Lint::Lint(const StoredDirectory& stored, const Mender& mender, Progress& progress)
-    : m_Stored(stored), m_Mender(mender), m_Progress(progress) {}
+Lint::Lint(const StoredDirectory& stored, const Mender& mender, FilterProofs& proofs, Progress& progress)
+    : m_Stored(stored), m_Mender(mender), m_Proofs(proofs), m_Progress(progress) {}
 
 std::vector<Finding> Lint::Run() {
   std::size_t total = In(Filters).texts.Count(); // read twice

@@ -6,6 +6,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "directory/lint/FilterProofs.h"
 #include "directory/lint/LintKinds.h"
 #include "directory/lint/Mender.h"
 #include "directory/lint/PatternFindings.h"
@@ -38,8 +39,8 @@ std::vector<FindingsOfKind> ByKind(const std::vector<Finding>& findings);
 /// Looks for rows that cannot do what they say, or do more than they seem to.
 class Lint {
 public:
-  /// Both arguments outlive the object.
-  Lint(const StoredDirectory& stored, const Mender& mender, Progress& progress);
+  /// All arguments outlive the object; the proofs are about the same directory.
+  Lint(const StoredDirectory& stored, const Mender& mender, FilterProofs& proofs, Progress& progress);
 
   /// All findings, table by table in the order of the rows. Called once.
   std::vector<Finding> Run();
@@ -106,10 +107,20 @@ private:
   void CheckFilter(std::size_t row);
   void CheckPattern(std::size_t row, const FilterRow& filter);
   void AddPatternFindings(std::size_t row, const FilterRow& filter, const PatternReading& reading);
-  void CheckIdleDeny(std::size_t row, const FilterRow& filter);
+  bool AddIdleDeny(std::size_t row, const FilterRow& filter);
+  void AddProven(const LintKind& kind, std::size_t row, std::string why, const std::string& advice,
+                 const Mender::Command& command);
+
+  // What holds on all targets.
+  void CheckProofs(std::size_t row, const FilterRow& filter, Perenna::Method_t method, bool is_idle,
+                   PatternReading& reading);
+  void ProveUse(std::size_t row, const FilterRow& filter, bool is_idle);
+  void ProveQuery(std::size_t row, const FilterRow& filter);
+  void ProveEnd(PatternReading& reading);
 
   const StoredDirectory& m_Stored;
   const Mender& m_Mender;
+  FilterProofs& m_Proofs;
   Progress& m_Progress;
   std::vector<Finding> m_Findings;
 

@@ -66,6 +66,11 @@ void Lint::IndexFilters() {
   for (std::size_t row = 0; row < rows.texts.Count(); ++row) {
     m_Progress.Advance(1);
     const FilterRow filter = ReadFilter(row);
+    Perenna::Method_t method = Perenna::METH_MAX;
+    if (rows.blobs[row] == 0 && IsAction(filter.action) && Perenna::StringToMethod(filter.method, method) &&
+        FaultOf(rows.texts.At(row, FilterColumn::Pattern)).why.empty()) {
+      m_Proofs.Know({filter.group, method, filter.pattern, filter.action == Allow, row});
+    }
     if (filter.action == Allow && !rows.IsBlob(row, FilterColumn::Group) && !rows.IsBlob(row, FilterColumn::Method) &&
         IsMethod(filter.method) && FaultOf(rows.texts.At(row, FilterColumn::Pattern)).why.empty() &&
         m_Denials.count(filter.KeyOfDeny()) == 0) {
@@ -185,25 +190,29 @@ void Lint::CheckFilter(std::size_t row) {
         once ? *once : DeleteRow(Filters, row));
   } else {
     CheckPattern(row, filter);
-    CheckIdleDeny(row, filter);
   }
 }
 
-void Lint::CheckIdleDeny(std::size_t row, const FilterRow& filter) {
+bool Lint::AddIdleDeny(std::size_t row, const FilterRow& filter) {
   const auto granted = m_GrantedToMembers.find(filter.group);
-  if (filter.action == Deny && granted != m_GrantedToMembers.end() &&
-      (granted->second & MethodBit(filter.method)) == 0) {
-    const Mender::Command deletion = DeleteFilter(filter);
-    Add(LintKinds::FilterIdle, Filters, row,
-        "no group of any member has an Allow of " + filter.method + ": this Deny refuses what is refused without it",
-        "keep it as a guard against a later Allow, or delete it: " + (deletion ? *deletion : DeleteRow(Filters, row)));
+  if (filter.action != Deny || granted == m_GrantedToMembers.end() ||
+      (granted->second & MethodBit(filter.method)) != 0) {
+    return false;
   }
+  AddProven(LintKinds::FilterIdle, row,
+            "no group of any member has an Allow of " + filter.method +
+                ": this Deny refuses what is refused without it",
+            "keep it as a guard against a later Allow, or delete it: ", DeleteFilter(filter));
+  return true;
 }
 
 void Lint::CheckPattern(std::size_t row, const FilterRow& filter) {
   Perenna::Method_t method = Perenna::METH_MAX;
   static_cast<void>(Perenna::StringToMethod(filter.method, method)); // one of them: it would be a fault else
-  AddPatternFindings(row, filter, ReadPattern(filter.pattern, filter.action == Allow, method));
+  PatternReading reading = ReadPattern(filter.pattern, filter.action == Allow, method);
+  const bool is_idle = AddIdleDeny(row, filter);
+  CheckProofs(row, filter, method, is_idle, reading);
+  AddPatternFindings(row, filter, reading);
 }
 
 /// One command mends all that can be mended: it is the same for each of the findings.

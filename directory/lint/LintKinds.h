@@ -50,6 +50,8 @@ inline constexpr LintKind FilterAction = {"filter-action", Severity::Problem};
 inline constexpr LintKind FilterRepeated = {"filter-repeated", Severity::Problem};
 inline constexpr LintKind FilterOverruled = {"filter-overruled", Severity::Problem};
 inline constexpr LintKind FilterIdle = {"filter-idle", Severity::Note};
+inline constexpr LintKind FilterContained = {"filter-contained", Severity::Note};
+inline constexpr LintKind FilterQuery = {"filter-query", Severity::Problem};
 
 // Patterns that may not say what was meant.
 inline constexpr LintKind FilterConstruct = {"filter-construct", Severity::Problem};

@@ -16,6 +16,10 @@ constexpr const char* EndOfName = "([/?]|$)";
 
 } // namespace
 
+std::string WhyNamesMustEnd(const std::string& longer) {
+  return "the pattern does not say where the name ends: " + longer + "; with \"" + EndOfName + "\" the name ends there";
+}
+
 /// Held against targets of every kind rather than derived: the pattern says nothing of its own about "every".
 bool PatternReader::MatchesEveryTarget() const {
   if (m_Tree.LiteralBeginning().rfind('/', 0) == 0) {
@@ -228,6 +232,16 @@ bool PatternReader::AnchorMixed(const std::vector<NodeIndex>& alternatives) {
   return true;
 }
 
+/// Of some bytes of which names consist, but not of all: more of them may follow.
+bool PatternReader::IsOfNameBytes(NodeIndex index) const {
+  const Perenna::Pattern::CharacterSet bytes = m_Tree.Characters(At(index));
+  bool all_are = At(index).kind == Kind::Set;
+  for (std::size_t byte = 0; byte < bytes.size(); ++byte) {
+    all_are = all_are && (!bytes[byte] || std::isalnum(static_cast<int>(byte)) != 0 || byte == '_' || byte == '-');
+  }
+  return all_are;
+}
+
 bool PatternReader::EndsInName(NodeIndex index) const {
   const Node& node = At(index);
   switch (node.kind) {
@@ -239,8 +253,10 @@ bool PatternReader::EndsInName(NodeIndex index) const {
     const std::vector<NodeIndex> children = Children(index);
     return std::all_of(children.begin(), children.end(), [this](NodeIndex child) { return EndsInName(child); });
   }
+  case Kind::Repetition:
+    return node.minimum > 0 && EndsInName(node.first_child);
   default:
-    return IsAlphanumeric(index);
+    return IsAlphanumeric(index) || IsOfNameBytes(index);
   }
 }
 
@@ -256,17 +272,19 @@ void PatternReader::ReadEnd() {
   if (!m_AtStart || open.empty()) {
     return;
   }
-  // A guess at what was meant: not together with changes that are none.
-  const bool mends = m_Allows && m_Edits.empty() && (all == 1 || CountNodes(&PatternReader::IsReference) == 0);
+  std::vector<Edit> ends;
+  ends.reserve(open.size());
   for (const NodeIndex alternative : open) {
-    if (mends) {
-      Change(At(alternative).span.end, At(alternative).span.end, EndOfName);
-    }
+    ends.push_back({At(alternative).span.end, At(alternative).span.end, EndOfName});
   }
-  Find(LintKinds::FilterEnd,
-       std::string("the pattern does not say where the name ends: \"^/admin\" matches \"/administrator\" too; with "
-                   "\"") +
-           EndOfName + "\" the name ends there",
+  const bool can_end = all == 1 || CountNodes(&PatternReader::IsReference) == 0; // their numbers would change
+  m_Reading.ended = can_end ? Changed(ends) : "";
+  // A guess at what was meant: not together with changes that are none.
+  const bool mends = m_Allows && m_Edits.empty() && can_end;
+  if (mends) {
+    m_Edits = ends;
+  }
+  Find(LintKinds::FilterEnd, WhyNamesMustEnd("\"^/admin\" matches \"/administrator\" too"),
        mends ? ""
              : std::string("end it with \"") + EndOfName + "\"" +
                    (m_Allows ? "" : ", if it need not refuse longer names too"));

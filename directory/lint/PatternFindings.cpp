@@ -113,8 +113,7 @@ void PatternReader::Change(std::size_t begin, std::size_t end, std::string text)
   m_Edits.push_back({begin, end, std::move(text)});
 }
 
-std::string PatternReader::Changed() const {
-  std::vector<Edit> edits = m_Edits;
+std::string PatternReader::Changed(std::vector<Edit> edits) const {
   std::stable_sort(edits.begin(), edits.end(), [](const Edit& left, const Edit& right) {
     return left.begin != right.begin ? left.begin < right.begin : left.end < right.end; // insertions come first
   });

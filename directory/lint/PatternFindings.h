@@ -18,7 +18,11 @@ struct PatternFinding {
 struct PatternReading {
   std::vector<PatternFinding> findings; ///< of a kind at most one with advice and one without
   std::string better; ///< the pattern with everything mended that has no advice; empty where nothing has
+  std::string ended;  ///< the pattern with names that end where they seem to; empty where that is no finding
 };
+
+/// Why a name without an end is a finding; `longer` says what else the pattern matches, for instance.
+std::string WhyNamesMustEnd(const std::string& longer);
 
 /// Reads the pattern of a filter of `method` that grants (`allows`) or refuses. A better pattern never grants more than
 /// the pattern does, unless that grants nothing as it stands; one that refuses goes on refusing what it refuses, except

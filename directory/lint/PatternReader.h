@@ -19,6 +19,12 @@ private:
   using NodeIndex = Perenna::Pattern::NodeIndex;
   using Kind = Perenna::Pattern::Kind;
 
+  struct Edit {
+    std::size_t begin;
+    std::size_t end;
+    std::string text;
+  };
+
   const Node& At(NodeIndex index) const { return m_Tree[index]; }
   std::string Text(std::size_t begin, std::size_t end) const { return m_Pattern.substr(begin, end - begin); }
   std::vector<NodeIndex> Children(NodeIndex index) const;
@@ -35,7 +41,8 @@ private:
   void Find(const LintKind& kind, const std::string& why, const std::string& advice = {});
   /// Replaces [begin, end) of the pattern. Of two changes that overlap the first counts.
   void Change(std::size_t begin, std::size_t end, std::string text);
-  std::string Changed() const;
+  std::string Changed() const { return Changed(m_Edits); }
+  std::string Changed(std::vector<Edit> edits) const;
 
   // What other dialects say otherwise.
   void ReadConstruct();
@@ -60,13 +67,8 @@ private:
   bool IsMixed(NodeIndex index) const;
   bool BeginsWithSlash(NodeIndex index) const;
   bool BeginsWithAnything(NodeIndex index) const;
+  bool IsOfNameBytes(NodeIndex index) const;
   bool EndsInName(NodeIndex index) const;
-
-  struct Edit {
-    std::size_t begin;
-    std::size_t end;
-    std::string text;
-  };
 
   const std::string& m_Pattern;
   bool m_Allows;

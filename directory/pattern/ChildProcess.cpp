@@ -161,7 +161,16 @@ bool ChildProcess::Get(std::string& message) const {
   return m_Process > 0 && ReadMessage(m_Channel, message, PatienceMilliseconds);
 }
 
-std::string ChildProcess::End() {
+std::chrono::nanoseconds ChildProcess::ProcessorTime() const {
+  clockid_t clock = 0;
+  timespec time{};
+  if (m_Process <= 0 || clock_getcpuclockid(m_Process, &clock) != 0 || clock_gettime(clock, &time) != 0) {
+    return {};
+  }
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+ChildProcess::Ending ChildProcess::End() {
   if (m_Process <= 0) {
     return {};
   }
@@ -174,9 +183,9 @@ std::string ChildProcess::End() {
   }
   m_Process = -1;
   if (WIFSIGNALED(status) && WTERMSIG(status) == SIGPROF) {
-    return "more than " + std::to_string(m_Limits.seconds) + " s";
+    return {true, "more than " + std::to_string(m_Limits.seconds) + " s"};
   }
-  return "more than " + std::to_string(m_Limits.bytes / 1024 / 1024) + " MiB";
+  return {false, "more than " + std::to_string(m_Limits.bytes / 1024 / 1024) + " MiB"};
 }
 
 } // namespace AccessDirectory

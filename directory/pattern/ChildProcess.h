@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -34,8 +35,16 @@ public:
   bool Put(const std::string& message) const;
   bool Get(std::string& message) const;
 
-  /// Ends it, if it has not ended, and tells what ended it, in words that follow "it takes ".
-  std::string End();
+  /// What it has taken so far; nothing once it has ended.
+  std::chrono::nanoseconds ProcessorTime() const;
+
+  struct Ending {
+    bool out_of_time = false; ///< else out of memory
+    std::string reason;       ///< in words that follow "it takes "
+  };
+
+  /// Ends it, if it has not ended, and tells what ended it.
+  Ending End();
 
 private:
   [[noreturn]] static void Run(int channel, const Limits& limits, const std::function<Work()>& begin);

@@ -19,7 +19,9 @@ PatternNumber Patterns::Add(const std::string& text) {
   const std::string effective = text.substr(0, text.find('\0'));
   const auto [entry, is_new] = m_Numbers.emplace(effective, static_cast<PatternNumber>(m_Patterns.size()));
   if (is_new) {
-    m_Patterns.push_back({effective, Perenna::Pattern::Tree::Read(effective).LiteralBeginning()});
+    std::string beginning = Perenna::Pattern::Tree::Read(effective).LiteralBeginning();
+    const bool is_beginning = effective == '^' + beginning || effective == '^' + Literally(beginning);
+    m_Patterns.push_back({effective, std::move(beginning), is_beginning});
     m_Compiled.emplace_back();
   }
   return entry->second;
@@ -55,6 +57,11 @@ bool Patterns::AreApart(PatternNumber left, PatternNumber right) const {
   const std::string& second = m_Patterns[right].beginning;
   const std::size_t shared = std::min(first.size(), second.size());
   return first.compare(0, shared, second, 0, shared) != 0;
+}
+
+bool Patterns::IsPlainlyWithin(PatternNumber inner, PatternNumber outer) const {
+  const Pattern& wide = m_Patterns[outer];
+  return wide.is_beginning && m_Patterns[inner].beginning.compare(0, wide.beginning.size(), wide.beginning) == 0;
 }
 
 std::string Literally(std::string_view text) {

@@ -21,18 +21,25 @@ public:
 
   const TargetRules& Rules() const noexcept { return m_Rules; }
 
+  /// What the search for answers has taken so far, of all processes together.
+  std::chrono::nanoseconds ProcessorTime() const;
+
 private:
   bool IsTrivial(const Question& question) const;
   bool Ask(const Question& question, Answer& answer);
   void Start();
+  bool SendNewPatterns();
+  ChildProcess::Ending EndProcess();
 
   const Patterns& m_Patterns;
   const TargetRules& m_Rules;
   ChildProcess::Limits m_Limits;
   std::unique_ptr<ChildProcess> m_Process;
-  std::size_t m_Known = 0;   // patterns that the process knows
-  std::vector<bool> m_Skips; // patterns whose automata are too large
-  bool m_Translates = false; // the process is about to translate this one
+  std::size_t m_Known = 0;            // patterns that the process knows
+  bool m_IsFresh = true;              // it has answered nothing, and remembers nothing
+  std::chrono::nanoseconds m_Spent{}; // by processes that have ended
+  std::vector<bool> m_Skips;          // patterns whose automata are too large
+  bool m_Translates = false;          // the process is about to translate this one
   PatternNumber m_Translated = 0;
   int m_Failures = 0;
 };

@@ -125,4 +125,8 @@ std::string TargetsText(const TargetRules& rules) {
   return text + (rules.allows.empty() ? "" : " allowed");
 }
 
+Json TargetsJson(const TargetRules& rules) {
+  return {{"part", rules.with_query ? "path-and-query" : "path"}, {"allows", rules.allows}};
+}
+
 } // namespace AccessDirectory

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "directory/pattern/Automaton.h"
+#include "directory/text/Text.h"
 
 namespace AccessDirectory {
 
@@ -28,5 +29,7 @@ Automaton WithAnyQuery(const Automaton& paths);
 /// What statements about all targets are about: "all paths in normal form", "all paths and queries in normal form, with
 /// \";\" allowed".
 std::string TargetsText(const TargetRules& rules);
+/// {"part": "path" or "path-and-query", "allows": []}.
+Json TargetsJson(const TargetRules& rules);
 
 } // namespace AccessDirectory

@@ -45,7 +45,7 @@ protected:
 
   /// The findings, each with `Row` as its key.
   std::vector<Document> Findings() const {
-    const ToolResult result = Tool({"lint", "--json"});
+    const ToolResult result = Tool({"lint", "--json", "--target", m_Target});
     EXPECT_EQ(result.err, "");
     const Document report = Document::parse(result.out);
     EXPECT_EQ(result.status, report["findings"].empty() ? 0 : 1);
@@ -104,6 +104,8 @@ protected:
       MendEach(findings);
     }
   }
+
+  std::string m_Target = "path";
 };
 
 TEST_F(Lint, FindsNothingInASoundDirectory) {
@@ -116,6 +118,7 @@ TEST_F(Lint, FindsNothingInASoundDirectory) {
 
 TEST_F(Lint, FindsWhatIsWrongWithFiltersAndSaysWhatMendsIt) {
   const std::string filter = "INSERT INTO filters(group_id, action, method, filter) VALUES('editors', ";
+  const std::string more = "INSERT INTO groups VALUES('more', ''); INSERT INTO groupusers VALUES('more', 'alice');";
   const std::vector<Case> cases = {
       // Filters that never apply.
       {filter + "'Allow', 'GET', '')", {"filter-pattern command"}},
@@ -132,12 +135,40 @@ TEST_F(Lint, FindsWhatIsWrongWithFiltersAndSaysWhatMendsIt) {
       {filter + "'Allow', 'PUT', '^/x$'), ('editors', 'Allow', 'PUT', '^/x$')", {"filter-repeated command"}},
       {filter + "'Deny', 'GET', '^/x$'), ('editors', 'Deny', 'GET', '^/x$')", {"filter-repeated sql"}},
       {filter + "'Deny', 'PUT', '^/x$')", {"filter-idle advice"}},
-      {filter + "'Allow', 'GET', '/x')", {"filter-unanchored command", "filter-end advice"}},
+      {filter + "'Allow', 'PUT', '/x')", {"filter-unanchored command", "filter-end advice"}},
       {filter + "'Deny', 'GET', '(^|/)a$')", {"filter-unanchored advice"}},
       {filter + "'Deny', 'GET', '^/[\\d]+?$')", {"filter-escape command", "filter-quantifier command"}},
       {filter + "'Deny', 'GET', '^/(?:a|b)$')", {"filter-construct command"}},
+      // What holds on all targets: other patterns of the same group, and groups that members have together.
+      {filter + "'Allow', 'PUT', '^/x/'), ('editors', 'Deny', 'PUT', '^/[w-z]/'), ('editors', 'Allow', 'PUT', '^/')",
+       {"filter-overruled command"}},
+      {filter + "'Allow', 'PUT', '^/(a|b)$'), ('more', 'Deny', 'PUT', '^/b$'), ('more', 'Deny', 'PUT', '^/a$');" + more,
+       {"filter-overruled command"}},
+      {filter + "'Allow', 'PUT', '^/a$'), ('more', 'Deny', 'PUT', '^/a$');" + more +
+           "INSERT INTO users SELECT 'bob', auth_method, auth_value, create_date, create_user FROM users; INSERT INTO "
+           "groupusers VALUES('editors', 'bob')",
+       {}},
+      {filter + "'Allow', 'PUT', '^/a$'), ('editors', 'Deny', 'PUT', '^/ab*$'), ('editors', 'Deny', 'PUT', '^/b+$')",
+       {"filter-overruled command", "filter-idle advice"}},
+      {filter + "'Allow', 'PUT', '^/a/(b|c)$'), ('editors', 'Allow', 'PUT', '^/a/.$'), ('editors', 'Allow', 'PUT', "
+                "'^/a/[^/]$')",
+       {"filter-contained command", "filter-contained command"}},
+      {filter + "'Deny', 'GET', '^/a//b$'), ('editors', 'Deny', 'OPTIONS', '^[*]$')",
+       {"filter-target advice", "filter-idle advice"}},
   };
   ExpectFindings(cases);
+}
+
+TEST_F(Lint, FindsFiltersThatQueriesMeetOrEvade) {
+  m_Target = "path-and-query";
+  const std::string filter = "INSERT INTO filters(group_id, action, method, filter) VALUES('editors', ";
+  ExpectFindings(
+      {{filter + "'Deny', 'GET', '^/(a$|b(/|$))')", {"filter-query command"}},
+       {filter + "'Deny', 'GET', '^/a$$')", {"filter-query advice"}},
+       {filter + "'Allow', 'PUT', '^/.*x$')", {"filter-query advice"}},
+       {filter + "'Allow', 'PUT', '^/a$'), ('editors', 'Allow', 'PUT', '^/b[?]c='), ('editors', 'Deny', 'GET', "
+                 "'^/a([?/]|$)')",
+        {}}});
 }
 
 TEST_F(Lint, FindsWhatIsWrongWithUsersAndGroupsAndSaysWhatMendsIt) {

@@ -76,6 +76,7 @@ TEST(PatternFindings, NameWhatIsOddAndMendItWithoutGrantingMoreOrRefusingLess) {
       {"(^/a|/b)$", "half-anchored", "", ""},
       {"^/index.html$", "dot", "^/index\\.html$", ""},
       {"^/admin", "end", "^/admin([/?]|$)", ""},
+      {"^/u/[0-9]+", "end", "^/u/[0-9]+([/?]|$)", ""},
       {"^/a|^/b", "end", "^/a([/?]|$)|^/b([/?]|$)", ""},
       {"/a.b|/\\d", "escape dot unanchored end", "^(/a\\.b|/[0-9])", "^.*(/a.b|/[0-9])"},
   };

@@ -8,6 +8,7 @@
 #include "directory/lint/Lint.h"
 #include "directory/text/Vocabulary.h"
 #include "host/administration/operation/Operations.h"
+#include "host/http/TargetRules.h"
 
 namespace Host {
 
@@ -17,6 +18,8 @@ using AccessDirectory::JsonText;
 using AccessDirectory::Module;
 
 namespace {
+
+constexpr std::chrono::seconds ProofTime{2}; // of a processor, for all filters of the directory together
 
 Json AllowedMethods(Module& module, const std::string& url, const std::string& user_id) {
   Perenna::PListArray methods;
@@ -67,12 +70,15 @@ Reply Findings(Call& call) {
     return ReadStoredDirectory(database);
   }();
   const Mender mender(call.File(), {"--config", call.context.configuration.file});
+  const Configuration& configuration = call.context.configuration;
+  FilterProofs proofs(
+      stored, TargetRulesOf(configuration.target == TargetPart::PathAndQuery, configuration.target_allows), ProofTime);
   Progress progress;
   std::vector<Finding> findings = LintFile(call.File());
-  std::vector<Finding> of_rows = Lint(stored, mender, progress).Run();
+  std::vector<Finding> of_rows = Lint(stored, mender, proofs, progress).Run();
   findings.insert(findings.end(), std::make_move_iterator(of_rows.begin()), std::make_move_iterator(of_rows.end()));
   Reply reply;
-  WriteFindings(stored, findings, [&reply](const std::string& text) { reply.text += text; });
+  WriteFindings(stored, findings, proofs, [&reply](const std::string& text) { reply.text += text; });
   return reply;
 }
 

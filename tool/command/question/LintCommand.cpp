@@ -7,6 +7,7 @@
 #include "directory/lint/FindingsText.h"
 #include "directory/lint/Lint.h"
 #include "tool/DirectoryNames.h"
+#include "tool/command/question/Proofs.h"
 #include "tool/terminal/ProgressBar.h"
 #include "tool/terminal/Table.h"
 
@@ -20,7 +21,21 @@ constexpr std::size_t ShownOfAKind = 3; // of more, people see so many and the n
 struct LintOptions {
   bool no_notes = false;
   bool all = false;
+  unsigned proof_seconds = 2;
+  std::string target;
 };
+
+/// People learn what was not looked into.
+void PrintGaps(const FilterProofs::Counts& counts, const LintOptions& options) {
+  if (options.proof_seconds != 0 && counts.left_out > 0) {
+    std::cerr << "perenna-access: proofs left out " << counts.left_out << " of " << Count(counts.filters, "filter")
+              << " after " << options.proof_seconds << " s; --proof-time SECONDS gives them more\n";
+  }
+  if (counts.unknown > 0) {
+    std::cerr << "perenna-access: what " << Count(counts.unknown, "filter") << (counts.unknown == 1 ? " does" : " do")
+              << " on all targets could not be found out\n";
+  }
+}
 
 /// What to look at, and how much of it there is.
 class Report {
@@ -63,10 +78,14 @@ private:
   }
 
   void PrintSome(const FindingsOfKind& kind) const {
-    const Finding& first = m_Findings[kind.findings.front()];
-    std::cout << Heading(*kind.kind) << Count(kind.findings.size(), "row") << '\n' << "  Why   " << first.why << '\n';
+    std::cout << Heading(*kind.kind) << Count(kind.findings.size(), "row") << '\n';
+    std::string why;
     for (std::size_t i = 0; i < ShownOfAKind; ++i) {
       const Finding& finding = m_Findings[kind.findings[i]];
+      if (finding.why != why) { // rows that share a reason stand below it
+        why = finding.why;
+        std::cout << "  Why   " << why << '\n';
+      }
       std::cout << "  Row   " << RowText(finding) << '\n' << "  Mend  " << finding.mend << '\n';
     }
     std::cout << "  and " << kind.findings.size() - ShownOfAKind << " more, which --all shows\n\n";
@@ -108,13 +127,14 @@ ExitStatus RunLint(const Context& context, const LintOptions& options) {
     return ReadStoredDirectory(database);
   }();
   const Mender mender(file, context.DatabaseArguments());
+  FilterProofs proofs(stored, RulesFor(context, options.target), std::chrono::seconds(options.proof_seconds));
   std::vector<Finding> findings = LintFile(file);
   {
     ProgressBar progress;
     if (stored[Users].texts.Count() + stored[Filters].texts.Count() > BarRows) {
       progress.Show();
     }
-    std::vector<Finding> of_rows = Lint(stored, mender, progress).Run();
+    std::vector<Finding> of_rows = Lint(stored, mender, proofs, progress).Run();
     findings.insert(findings.end(), std::make_move_iterator(of_rows.begin()), std::make_move_iterator(of_rows.end()));
   }
   if (options.no_notes) {
@@ -123,10 +143,11 @@ ExitStatus RunLint(const Context& context, const LintOptions& options) {
   }
   const bool is_empty = findings.empty();
   if (context.WantsJson()) {
-    WriteFindings(stored, findings, [](const std::string& text) { std::cout << text; });
+    WriteFindings(stored, findings, proofs, [](const std::string& text) { std::cout << text; });
   } else {
     const Report report(file, stored, std::move(findings));
     report.Print(options.all);
+    PrintGaps(proofs.Counted(), options);
   }
   return is_empty ? ExitStatus::Done : ExitStatus::Refused;
 }
@@ -134,16 +155,21 @@ ExitStatus RunLint(const Context& context, const LintOptions& options) {
 } // namespace
 
 void AddLintCommand(CLI::App& app, Context& context) {
-  CLI::App& lint = AddCommand(
-      app, "lint",
-      "Look for rows that cannot do what they say, or do more than they seem to\n"
-      "Each is shown with the reason and with what mends it; of many of one kind, three. Exit status 1: there "
-      "are findings.",
-      "perenna-access lint\n"
-      "  perenna-access lint --no-notes --json");
+  CLI::App& lint = AddCommand(app, "lint",
+                              "Look for rows that cannot do what they say, or do more than they seem to\n"
+                              "Each is shown with the reason and with what mends it; of many of one kind, three. What "
+                              "is said of filters on all "
+                              "targets is proven, within --proof-time. Exit status 1: there are findings.",
+                              "perenna-access lint\n"
+                              "  perenna-access lint --no-notes --json");
   auto options = std::make_shared<LintOptions>();
   lint.add_flag("--no-notes", options->no_notes, "Show problems only, not what is merely worth a look");
   lint.add_flag("--all", options->all, "Show every finding, also of a kind that there are many of; JSON always does");
+  lint.add_option("--proof-time", options->proof_seconds,
+                  "Seconds of processor time for proofs about filters, 2 unless given; 0 for none")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0U, 86400U));
+  AddTargetOption(lint, options->target);
   context.OnRun(lint, [&context, options] { return RunLint(context, *options); });
 }
 

@@ -47,10 +47,6 @@ ExitStatus StatusOf(const AccessChanges& changes, const std::string& fail_on) {
   return !fail_on.empty() && (granted || refused || changes.Unknown()) ? ExitStatus::Refused : ExitStatus::Done;
 }
 
-Json TargetsJson(const TargetRules& rules) {
-  return {{"part", rules.with_query ? PathAndQuery : "path"}, {"allows", rules.allows}};
-}
-
 Cell AnswerCell(const Answer& answer, Colour of_witness) {
   switch (answer.kind) {
   case Answer::Kind::None:

@@ -23,9 +23,6 @@ CLI::Option& AddFailOnOption(CLI::App& command, std::string& change);
 /// Refused where something changes that must not; what is unknown may be that.
 ExitStatus StatusOf(const AccessChanges& changes, const std::string& fail_on);
 
-/// {"part": "path", "allows": []}.
-Json TargetsJson(const TargetRules& rules);
-
 /// A target; "-" for none; "?" for what is unknown.
 Cell AnswerCell(const Answer& answer, Colour of_witness);
 
