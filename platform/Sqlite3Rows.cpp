@@ -13,42 +13,44 @@ namespace {
 
 constexpr int BlobMinimumBytes = 8; // least buffer for a blob column
 
-/// The text of a column, stored NULs included: a value that merely begins with an allowed one must not equal it. A blob
+// Values are read through sqlite3_column_value: with one look a column, where each of the other readers takes the
+// connection's mutex anew. Such a value is safe while nobody else uses the connection, which the caller's lock sees to.
+
+/// The text of a value, stored NULs included: a value that merely begins with an allowed one must not equal it. A blob
 /// counts as its bytes, whatever the encoding of the file's texts.
-std::string ColumnText(sqlite3_stmt* statement, int column) {
-  const void* const stored = sqlite3_column_type(statement, column) == SQLITE_BLOB
-                                 ? sqlite3_column_blob(statement, column)
-                                 : sqlite3_column_text(statement, column);
+std::string Text(sqlite3* db, sqlite3_value* value, int type) {
+  const void* const stored = type == SQLITE_BLOB ? sqlite3_value_blob(value) : sqlite3_value_text(value);
   const auto* const text = static_cast<const char*>(stored);
   if (text == nullptr) {
-    if (sqlite3_errcode(sqlite3_db_handle(statement)) == SQLITE_NOMEM) {
+    if (sqlite3_errcode(db) == SQLITE_NOMEM) {
       throw std::bad_alloc(); // not an empty text: a "Deny" must not get lost
     }
     return {};
   }
-  return {text, static_cast<std::size_t>(sqlite3_column_bytes(statement, column))};
+  return {text, static_cast<std::size_t>(sqlite3_value_bytes(value))};
 }
 
 } // namespace
 
 void SimpleQuery::StoreColumn(int column, PListDict& dict) {
   const std::string& key = m_ColumnNames[static_cast<std::size_t>(column)];
-  const int type = sqlite3_column_type(m_StmtHandle, column);
+  sqlite3_value* const value = sqlite3_column_value(m_StmtHandle, column);
+  const int type = sqlite3_value_type(value);
   switch (type) {
   case SQLITE_INTEGER:
-    dict.SetValue(key, static_cast<long long>(sqlite3_column_int64(m_StmtHandle, column)));
+    dict.SetValue(key, static_cast<long long>(sqlite3_value_int64(value)));
     return;
   case SQLITE_FLOAT:
-    dict.SetValue(key, sqlite3_column_double(m_StmtHandle, column));
+    dict.SetValue(key, sqlite3_value_double(value));
     return;
   case SQLITE_TEXT:
     break;
   case SQLITE_BLOB: {
-    const auto* const bytes = static_cast<const Tarn::byte_t*>(sqlite3_column_blob(m_StmtHandle, column));
-    const int count = sqlite3_column_bytes(m_StmtHandle, column);
-    Tarn::ByteString value(static_cast<unsigned>(std::max(count, BlobMinimumBytes)));
-    static_cast<void>(value.Set(bytes, static_cast<unsigned>(count))); // out of memory: no bytes
-    dict.SetValue(key, value);
+    const auto* const bytes = static_cast<const Tarn::byte_t*>(sqlite3_value_blob(value));
+    const int count = sqlite3_value_bytes(value);
+    Tarn::ByteString blob(static_cast<unsigned>(std::max(count, BlobMinimumBytes)));
+    static_cast<void>(blob.Set(bytes, static_cast<unsigned>(count))); // out of memory: no bytes
+    dict.SetValue(key, blob);
     return;
   }
   case SQLITE_NULL:
@@ -58,7 +60,7 @@ void SimpleQuery::StoreColumn(int column, PListDict& dict) {
     Tarn::DefaultLogSink().Error("Unexpected column type, %d, in Sqlite3 row.\n", type);
     break;
   }
-  dict.SetItem(key, new PListData(IT_STRING, ColumnText(m_StmtHandle, column))); // moved in, not copied
+  dict.SetItem(key, new PListData(IT_STRING, Text(m_db, value, type))); // moved in, not copied
 }
 
 bool SimpleQuery::GetNextResult(PListDict& dict) {
@@ -88,8 +90,9 @@ bool SimpleQuery::GetNextResult(std::string& value) {
   if (m_StmtHandle == nullptr || !m_HasCurrentRow) {
     return false;
   }
-  if (sqlite3_column_type(m_StmtHandle, 0) != SQLITE_NULL) {
-    value = ColumnText(m_StmtHandle, 0);
+  sqlite3_value* const first = sqlite3_column_value(m_StmtHandle, 0);
+  if (const int type = sqlite3_value_type(first); type != SQLITE_NULL) {
+    value = Text(m_db, first, type);
   }
   return StepResult();
 }
