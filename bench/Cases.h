@@ -36,19 +36,22 @@ struct Shape {
   unsigned Users() const { return Groups() * 10 / 2; }
 
   /// Creates the database file. The module writes the schema; the rows go in by one transaction.
-  void Build(const std::string& file) const;
+  /// `tuned`: as `perenna-access tune` leaves it.
+  void Build(const std::string& file, bool tuned) const;
   /// Spread over the directory; requests that are allowed, denied, or named by no filter.
   std::vector<Question> Questions() const;
 };
 
 /// The same work on both sides. The number returned says what was found, the same on both.
 struct Case {
-  const char* name;
+  std::string name;
   double limit;              ///< the largest ratio of module to floor that we accept
   unsigned filters_per_unit; ///< filters of the directory for each unit of the benchmark's size
   std::function<std::size_t(Module&, const Shape&, const Question&)> module;
   std::function<std::size_t(Floor&, const Shape&, const Question&)> floor;
-  unsigned keys_left = 0; ///< keys that a call leaves in its side's store
+  unsigned keys_left = 0;  ///< keys that a call leaves in its side's store
+  bool tuned = false;      ///< both sides work on a tuned file
+  bool on_threads = false; ///< measured with several threads too
 
   Shape ShapeAt(unsigned size) const { return {size * filters_per_unit}; }
 };

@@ -15,6 +15,7 @@
 #include <stdexcept>
 
 #include <benchmark/benchmark.h>
+#include <pthread.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -33,6 +34,8 @@ namespace {
 using namespace Bench;
 
 constexpr std::array<unsigned, 3> Sizes = {100, 1000, 10000};
+constexpr std::array<unsigned, 3> ThreadCounts = {1, 2, 4};
+constexpr unsigned ThreadedSize = 1000;
 constexpr int RepetitionCount = 5;
 constexpr double RepetitionSeconds = 0.2;
 constexpr double BatchSeconds = 200e-6; // long against reading the clock, short against other processes' turns
@@ -111,19 +114,31 @@ double Median(std::vector<double>& values) {
 }
 
 /// One iteration is a batch of calls on each side, in changing order. Reported is the median batch of either side:
-/// the batches that another process interrupted are no matter of ours.
+/// the batches that another process interrupted are no matter of ours. With several threads each has both sides to
+/// itself, as the workers of a host have, and all of them turn to the same side at a time.
 class Measurement : public benchmark::internal::Benchmark {
 public:
-  Measurement(const std::string& name, const Case& measured, std::string file, unsigned size)
+  Measurement(const std::string& name, const Case& measured, std::string file, unsigned size, unsigned threads)
       : Benchmark(name.c_str()), m_Measured(measured), m_File(std::move(file)), m_Size(size) {
     UseManualTime()->MinTime(RepetitionSeconds)->Repetitions(RepetitionCount)->DisplayAggregatesOnly();
+    if (threads > 1) {
+      Threads(static_cast<int>(threads));
+    }
+    pthread_barrier_init(&m_Turn, nullptr, threads);
   }
+  ~Measurement() override { pthread_barrier_destroy(&m_Turn); }
   void Run(benchmark::State& state) override;
 
 private:
+  template <class Side> double InTurn(Asked<Side>& side, unsigned count, std::size_t& sum) {
+    pthread_barrier_wait(&m_Turn);
+    return Time(side, count, sum);
+  }
+
   const Case& m_Measured;
   std::string m_File;
   unsigned m_Size;
+  pthread_barrier_t m_Turn{};
 };
 
 void Measurement::Run(benchmark::State& state) {
@@ -142,11 +157,11 @@ void Measurement::Run(benchmark::State& state) {
     pair.Prepare(batch);
     const bool module_first = module_times.size() % 2 == 0;
     if (module_first) {
-      module_times.push_back(Time(pair.module, batch, module_sum));
+      module_times.push_back(InTurn(pair.module, batch, module_sum));
     }
-    floor_times.push_back(Time(pair.floor, batch, floor_sum));
+    floor_times.push_back(InTurn(pair.floor, batch, floor_sum));
     if (!module_first) {
-      module_times.push_back(Time(pair.module, batch, module_sum));
+      module_times.push_back(InTurn(pair.module, batch, module_sum));
     }
     state.SetIterationTime((module_times.back() + floor_times.back()) * batch);
   }
@@ -156,15 +171,18 @@ void Measurement::Run(benchmark::State& state) {
   }
   const double module = Median(module_times);
   const double floor = Median(floor_times);
-  state.counters = {
-      {"size", m_Size}, {"module", module}, {"floor", floor}, {"ratio", module / floor}, {"limit", m_Measured.limit}};
+  for (const auto& [counter, value] : std::initializer_list<std::pair<const char*, double>>{
+           {"size", m_Size}, {"module", module}, {"floor", floor}, {"limit", m_Measured.limit}}) {
+    state.counters[counter] = benchmark::Counter(value, benchmark::Counter::kAvgThreads);
+  }
 }
 
 /// In place of Google Benchmark's own table: the median over the repetitions.
 class RatioReporter : public benchmark::BenchmarkReporter {
 public:
   bool ReportContext(const Context& /*context*/) override {
-    std::printf("%-20s %6s %12s %12s %6s %6s\n", "benchmark", "size", "module, us", "floor, us", "ratio", "limit");
+    std::printf("%-20s %6s %7s %12s %12s %6s %6s\n", "benchmark", "size", "threads", "module, us", "floor, us", "ratio",
+                "limit");
     return true;
   }
 
@@ -175,9 +193,10 @@ public:
         std::printf("%s: %s\n", name.c_str(), run.error_message.c_str());
       } else if (run.aggregate_name == "median") {
         const auto value = [&run](const char* counter) { return run.counters.at(counter).value; };
-        std::printf("%-20s %6.0f %12.2f %12.2f %6.2f %6.2f%s\n", name.substr(0, name.find('/')).c_str(), value("size"),
-                    value("module") * 1e6, value("floor") * 1e6, value("ratio"), value("limit"),
-                    value("ratio") > value("limit") ? "  above" : "");
+        const double ratio = value("module") / value("floor");
+        std::printf("%-20s %6.0f %7d %12.2f %12.2f %6.2f %6.2f%s\n", name.substr(0, name.find('/')).c_str(),
+                    value("size"), static_cast<int>(run.threads), value("module") * 1e6, value("floor") * 1e6, ratio,
+                    value("limit"), ratio > value("limit") ? "  above" : "");
       }
     }
     static_cast<void>(std::fflush(stdout));
@@ -215,14 +234,14 @@ void Run(const std::filesystem::path& directory, const std::string& once) {
   std::array<long, 2> peaks{}; // of processes that hold one side and ask it once
   for (const Case& measured : Cases()) {
     for (const unsigned size : Sizes) {
-      const std::string name = std::string(measured.name) + "/" + std::to_string(size);
+      const std::string name = measured.name + "/" + std::to_string(size);
       if (!once.empty() && once != name + "/module" && once != name + "/floor") {
         continue;
       }
       const Shape shape = measured.ShapeAt(size);
-      const std::string file = directory / (std::to_string(shape.filters) + ".db");
+      const std::string file = directory / (std::to_string(shape.filters) + (measured.tuned ? "-tuned.db" : ".db"));
       if (!std::filesystem::exists(file)) {
-        InChild([&] { shape.Build(file); }); // so that its memory is nobody's to account for
+        InChild([&] { shape.Build(file, measured.tuned); }); // so that its memory is nobody's to account for
       }
       if (!once.empty()) {
         Pair pair(measured, file, size);
@@ -233,8 +252,12 @@ void Run(const std::filesystem::path& directory, const std::string& once) {
         peaks[0] = std::max(peaks[0], InChild([&] { Asked<Module>(file, shape, measured.module)(); }));
         peaks[1] = std::max(peaks[1], InChild([&] { Asked<Floor>(file, shape, measured.floor)(); }));
       }
-      // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): the library's from here on
-      benchmark::internal::RegisterBenchmarkInternal(new Measurement(name, measured, file, size));
+      for (const unsigned threads : ThreadCounts) {
+        if (threads == 1 || (measured.on_threads && size == ThreadedSize)) {
+          // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): the library's from here on
+          benchmark::internal::RegisterBenchmarkInternal(new Measurement(name, measured, file, size, threads));
+        }
+      }
     }
   }
   if (!once.empty()) {
