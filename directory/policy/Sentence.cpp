@@ -36,7 +36,7 @@ public:
   bool AtEnd() const { return m_Next == m_Words.size(); }
 
   /// Takes these words if they come next.
-  bool Take(std::initializer_list<const char*> words) {
+  bool Take(const std::vector<const char*>& words) {
     std::size_t at = m_Next;
     for (const char* const word : words) {
       if (at == m_Words.size() || m_Words[at].quoted || m_Words[at].text != word) {
@@ -84,22 +84,26 @@ private:
 };
 
 struct SubjectForm {
-  std::initializer_list<const char*> words;
+  std::vector<const char*> words;
   Sentence::Subject subject;
   bool may;
   const char* name; ///< what has to follow; null: nothing
 };
 
-void ReadSubject(Words& words, Sentence& sentence) {
+const std::vector<SubjectForm>& SubjectForms() {
   using Subject = Sentence::Subject;
-  static const SubjectForm forms[] = {{{"nobody", "outside"}, Subject::Others, false, "a group"},
-                                      {{"nobody"}, Subject::All, false, nullptr},
-                                      {{"no", "member", "of"}, Subject::Members, false, "a group"},
-                                      {{"everybody", "in"}, Subject::Members, true, "a group"},
-                                      {{"every", "member", "of"}, Subject::Members, true, "a group"},
-                                      {{"everybody"}, Subject::All, true, nullptr},
-                                      {{"user"}, Subject::User, true, "a user"}};
-  for (const SubjectForm& form : forms) {
+  static const std::vector<SubjectForm> forms = {{{"nobody", "outside"}, Subject::Others, false, "a group"},
+                                                 {{"nobody"}, Subject::All, false, nullptr},
+                                                 {{"no", "member", "of"}, Subject::Members, false, "a group"},
+                                                 {{"everybody", "in"}, Subject::Members, true, "a group"},
+                                                 {{"every", "member", "of"}, Subject::Members, true, "a group"},
+                                                 {{"everybody"}, Subject::All, true, nullptr},
+                                                 {{"user"}, Subject::User, true, "a user"}};
+  return forms;
+}
+
+void ReadSubject(Words& words, Sentence& sentence) {
+  for (const SubjectForm& form : SubjectForms()) {
     if (words.Take(form.words)) {
       sentence.subject = form.subject;
       sentence.may = form.may;
@@ -171,6 +175,11 @@ void ReadPlace(Words& words, Sentence& sentence, const TargetRules& rules) {
 }
 
 } // namespace
+
+bool BeginsSentence(const std::string& word) {
+  return std::any_of(SubjectForms().begin(), SubjectForms().end(),
+                     [&word](const SubjectForm& form) { return *form.words.begin() == word; });
+}
 
 Sentence ReadSentence(const std::string& text, const TargetRules& rules) {
   Sentence sentence;

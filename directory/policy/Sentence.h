@@ -33,6 +33,9 @@ struct Sentence {
   std::string place; ///< a pattern of the targets that are meant
 };
 
+/// Whether a line that begins with this word is meant to be one.
+bool BeginsSentence(const std::string& word);
+
 /// Reads a sentence. Throws `Failure` (Input) that quotes what is wrong with it. A path must be one that the rules
 /// admit, so that no sentence is true only because it speaks of nothing.
 Sentence ReadSentence(const std::string& text, const TargetRules& rules);

@@ -192,7 +192,7 @@ TEST(JsonDocument, ShowsTheShapeOfEveryCommand) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Documents, Documentation,
-                         testing::Values("README.md", "docs/administration.md", "docs/host.md",
+                         testing::Values("README.md", "docs/administration.md", "docs/host.md", "docs/policy-in-git.md",
                                          "docs/many-machines.md"),
                          [](const auto& document) {
                            std::string name = document.param;

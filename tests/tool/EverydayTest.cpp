@@ -108,8 +108,19 @@ TEST_F(Everyday, ExpectationsAreReportedInTheTestAnythingProtocol) {
         "  reason: \"refused by Deny of group \\\"staff\\\", pattern \\\"^/a/b\\\"\"\n  ...\nok 3 - refuse no PUT /a\n",
         "", "# who may what\nallow ann GET /a\nallow ann GET /a/b#c\n\nrefuse no PUT /a\n"},
        {"check --expect -", 0, "TAP version 13\n1..1\nok 1 - refuse ann PUT /a\n", "", "refuse ann PUT /a\n"},
-       {"check --expect -", 2, "", "line 2: \"permit ann GET /a\" is not", "allow ann GET /a\npermit ann GET /a\n"},
+       {"check --expect -", 2, "", "line 2: \"permit ann GET /a\" is neither", "allow ann GET /a\npermit ann GET /a\n"},
        {"check --expect -", 2, "", "holds no expectation", "# nothing\n"},
+       {"check --expect -", 2, "", "line 2: \"nobody can GET /\": \"may\"", "refuse no PUT /a\nnobody can GET /\n"},
+       {"check --expect -", 1,
+        "TAP version 13\n1..4\nok 1 - nobody may DELETE anywhere\nnot ok 2 - everybody in staff may GET /a and all "
+        "below\n"
+        "  ---\n  line: 2\n  reason: \"ann GET /a/b is refused\"\n  ...\nok 3 - refuse ann PUT /a\nnot ok 4 - nobody "
+        "outside gone may GET /a\n  ---\n  line: 4\n  reason: \"\\\"nobody outside gone may GET /a\\\": there is no "
+        "group "
+        "\\\"gone\\\"\"\n  ...\n",
+        "",
+        "nobody may DELETE anywhere\neverybody in staff may GET /a and all below\nrefuse ann PUT /a\nnobody outside "
+        "gone may GET /a\n"},
        {"check --stdin --explain", 1,
         "allowed by Allow of group \"staff\", pattern \"^/a(/|$)\"\n"
         "refused by Deny of group \"staff\", pattern \"^/a/b\"\n",

@@ -10,6 +10,7 @@
 #include "tool/command/entry/Listing.h"
 #include "tool/DirectoryNames.h"
 #include "tool/terminal/LineReader.h"
+#include "tool/command/question/Proofs.h"
 #include "tool/command/question/Question.h"
 #include "tool/terminal/Table.h"
 
@@ -27,6 +28,7 @@ struct CheckOptions {
   bool from_stdin = false;
   bool matching = false;
   std::string expectations;
+  std::string part; ///< of targets, for sentences
 };
 
 bool MayDo(Module& module, const Perenna::HTTPRequest& request, const std::string& user_id) {
@@ -178,7 +180,8 @@ ExitStatus Check(const Context& context, const CheckOptions& options) {
       throw Failure(Failure::Kind::Input, std::string(options.from_stdin ? "--stdin" : "--expect") +
                                               " takes neither a request nor --matching");
     }
-    return options.from_stdin ? CheckLines(context, options.explain) : CheckExpectations(context, options.expectations);
+    return options.from_stdin ? CheckLines(context, options.explain)
+                              : CheckExpectations(context, options.expectations, options.part);
   }
   if (options.user.empty() || options.method.empty() || options.target.empty()) {
     throw Failure(Failure::Kind::Input, "which request? Give USER METHOD TARGET, or --stdin, or --expect FILE");
@@ -235,10 +238,11 @@ void AddCheckCommands(CLI::App& app, Context& context) {
   check
       .add_option(
           "--expect", options->expectations,
-          "Hold the directory to the lines of a file (- for standard input), allow or refuse, USER METHOD TARGET; "
-          "print the result in TAP. Exit status 1: some are not met")
+          "Hold the directory to the lines of a file (- for standard input), allow or refuse, USER METHOD TARGET, or "
+          "sentences as of prove; print the result in TAP. Exit status 1: some are not met")
       ->type_name("FILE")
       ->excludes(from_stdin);
+  AddTargetOption(check, options->part);
   context.OnRun(check, [&context, options] { return Check(context, *options); });
 
   CLI::App& methods = AddCommand(app, "methods", "Which methods may a user use on a target?\nExit status 1: none.",
