@@ -18,13 +18,13 @@ struct Piece {
   }
 };
 
-/// Cuts a piece in two, if the pattern matches a part of it only; the second part is added.
-void Cut(Piece& piece, PatternNumber pattern, bool matches, Solver& solver, std::vector<Piece>& added) {
+/// Cuts a piece in two, if the pattern matches a part of it only; the second part is added where there is room.
+void Cut(Piece& piece, PatternNumber pattern, bool matches, bool has_room, Solver& solver, std::vector<Piece>& added) {
   const Question::Term term = {pattern, false};
   Piece other = piece;
   (matches ? other.question.without : other.question.within).push_back(term);
   Answer answer = solver.Find(other.question);
-  if (answer.kind == Answer::Kind::Unknown) {
+  if (answer.kind == Answer::Kind::Unknown || (answer.kind == Answer::Kind::Witness && !has_room)) {
     piece.region.unknown.push_back(pattern);
     return;
   }
@@ -59,19 +59,22 @@ Regions CutIntoRegions(const std::vector<PatternNumber>& wanted, const Patterns&
     if (patterns.IsCostly(pattern)) {
       continue;
     }
-    const bool too_many = pieces.size() >= maximum;
-    all.left_out += too_many ? 1 : 0;
+    bool is_left_out = false;
     std::vector<Piece> added;
     for (Piece& piece : pieces) {
       if (piece.IsApartFrom(pattern, patterns)) {
         continue;
       }
-      if (too_many || pieces.size() + added.size() >= maximum) {
+      const bool has_room = pieces.size() + added.size() < maximum;
+      const std::size_t unknown = piece.region.unknown.size();
+      if (!has_room && piece.region.matched.empty()) { // what no pattern claims: most match something of it
         piece.region.unknown.push_back(pattern);
       } else {
-        Cut(piece, pattern, patterns.Matches(pattern, piece.region.witness), solver, added);
+        Cut(piece, pattern, patterns.Matches(pattern, piece.region.witness), has_room, solver, added);
       }
+      is_left_out = is_left_out || (!has_room && piece.region.unknown.size() > unknown);
     }
+    all.left_out += is_left_out ? 1 : 0;
     std::move(added.begin(), added.end(), std::back_inserter(pieces));
   }
   for (Piece& piece : pieces) {

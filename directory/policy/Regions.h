@@ -17,7 +17,7 @@ struct Region {
 
 struct Regions {
   std::vector<Region> regions;
-  std::size_t left_out = 0; ///< patterns that were not looked at any more: there were too many regions
+  std::size_t left_out = 0; ///< patterns that would have cut some region, if there were not too many already
 
   /// Whether some region has a pattern that may match a part of it.
   bool IsComplete() const;

@@ -104,6 +104,25 @@ TEST_F(Proofs, MatrixCutsAllTargetsIntoRegions) {
   });
 }
 
+TEST_F(Proofs, MatrixSaysThatThereAreTooManyRegions) {
+  Sql("INSERT INTO filters WITH RECURSIVE n(i) AS (VALUES(1) UNION ALL SELECT i + 1 FROM n WHERE i < 1000) SELECT "
+      "'DELETE', 'interns', '^/' || i || '$', 'Allow' FROM n");
+  for (const char* const form : {"", "--csv", "--json"}) {
+    Arguments arguments = {"matrix", "--groups"};
+    if (*form != '\0') {
+      arguments.emplace_back(form);
+    }
+    const ToolResult result = Tool(arguments);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err.find("there are more than 1000 regions: 4 patterns cut none") == std::string::npos,
+              form == std::string("--json"));
+    const char* const told = *form == '\0'                  ? "interns  /             ? DELETE\n"
+                             : form == std::string("--csv") ? "\"interns\",\"interns\",\"/\",DELETE,unknown\r\n"
+                                                            : "\"complete\": false,\n  \"left_out\": 4,";
+    EXPECT_NE(result.out.find(told), std::string::npos) << form << result.out.substr(0, 500);
+  }
+}
+
 } // namespace
 
 } // namespace Testing
