@@ -22,7 +22,7 @@ std::string List(const AccessDirectory::Section& section, std::size_t end, const
                  const std::string& after = "", const char* between = ", ") {
   std::string list;
   for (std::size_t column = 0; column < end; ++column) {
-    list += (column == 0 ? "" : between) + before + section.columns[column] + after;
+    list.append(column == 0 ? "" : between).append(before).append(section.columns[column]).append(after);
   }
   return list;
 }
@@ -87,7 +87,8 @@ std::vector<Change> Touched::Differences() const {
     const std::string before = " FROM temp." + TableOf(section) + " AS before ";
     std::string differs = "before.existed = 0";
     for (std::size_t column = section.keys; column < section.columns.size(); ++column) {
-      differs += " OR now." + section.columns[column] + " IS NOT before." + section.columns[column];
+      const std::string& name = section.columns[column];
+      differs.append(" OR now.").append(name).append(" IS NOT before.").append(name);
     }
     add("SELECT " + List(section, section.columns.size(), "before.") + before + "WHERE before.existed = 1 AND NOT " +
             "EXISTS(SELECT 1 FROM main." + section.table + " AS now WHERE " + Same(section) + ")",

@@ -23,6 +23,9 @@ def follow(site):
     user = {"auth_method": "plain_pw", "auth_value": {"base64": "/w=="}, "create_date": "d", "create_user": odd}
     site.cluster.change([(f"u/{quote(odd)}", json.dumps(user)), (f"m/administrators/{quote(odd)}", "")])
     site.converge()
+    many = [(f"f/big/GET/Allow/{quote('^/' + 'x' * 900 + str(i))}", "") for i in range(1700)]
+    site.cluster.change(many)  # comes in several messages
+    site.converge()
     second = site.machines[1]
     lost = subprocess.run([TOOL, "--database", second.file, "user", "delete", "admin", "--force"], capture_output=True, text=True)
     assert lost.returncode == 2 and "is a replica" in lost.stderr and "--config" in lost.stderr, lost
