@@ -9,7 +9,7 @@ import threading
 import time
 
 from cluster import PREFIX, encode, wait_for
-from scenarios import GROUP, LONG, TOOL, run
+from scenarios import GROUP, LONG, TOOL, run, torn_way
 
 
 def stale(site):
@@ -17,6 +17,7 @@ def stale(site):
     machine = site.machines[0]
     place = site.cluster.place
     configuration = json.load(open(machine.config, encoding="utf-8"))
+    machine.run("filter", "add", "administrators", "Allow", "GET", "^/metrics$")
     hosts = {}
     for what in ("refuse", "serve"):
         configuration["Sync"].update({"OnStale": what, "StaleSeconds": 3})
@@ -58,6 +59,7 @@ def stale(site):
         wait_for("staleness", lambda: ask("refuse", "/readyz") == "stale 503")
         assert decided("refuse") == "503" and decided("serve") == "200", (decided("refuse"), decided("serve"))
         assert ask("serve", "/readyz") == "stale 200"
+        assert "perenna_sync_age_seconds " in ask("serve", "/metrics", "-u", "admin:secret")
         seen = ask("serve", "/access/me", "-u", "admin:secret", "-D", "-", "-o", "/dev/null")
         assert "X-Directory-Age: " in seen and ";stale" in seen, seen
         site.cluster.start()
@@ -90,6 +92,9 @@ def writes(site):
             (second, "user add-group carl editors", ""), (second, "--yes user delete dora emil", "")]:
         machine.run("--audit", trail, *command.split(), given=given)
         machine.check()
+    first.run("--no-wait", "group", "rename", "editors", "Who edits")
+    first.at(site.cluster.change([("g/then", GROUP)]))
+    assert "Who edits" in first.run("group", "show", "editors")
     assert first.run("check", "bob", "GET", "/articles/1").strip() == "allowed"
     assert "may administer" in second.run("user", "delete", "admin", status=1)
     assert "exists already" in second.run("group", "add", "editors", status=1)
@@ -116,6 +121,29 @@ def writes(site):
     before = first.run("export", "-")
     assert "store" in first.run("group", "add", "late", status=3)
     assert before == first.run("export", "-")
+
+
+def history(site, begin):
+    """The ids of all changes after a revision, by the heads that follow each other."""
+    key, seen = f"{PREFIX}{site.cluster.current()['generation']}/head", []
+    head = site.cluster.get(key)
+    while int(head["mod_revision"]) > begin:
+        seen.append(json.loads(base64.b64decode(head["value"]))["txn"])
+        head = site.cluster.get(key, int(head["mod_revision"]) - 1)
+    assert len(seen) == len(set(seen))
+    return seen
+
+
+def lost(site):
+    """Answers to changes get lost on the way: each change is made once, and its command knows."""
+    machine = site.machines[0]
+    proxy = torn_way(site, machine)
+    begin, count = site.cluster.change([("g/begin", GROUP)]), 200 if LONG else 25
+    for i in range(count):
+        machine.run("group", "add", f"lost{i}")
+    assert len(history(site, begin)) == count
+    site.converge()
+    proxy.shutdown()
 
 
 def rivals(site):
@@ -146,10 +174,7 @@ def rivals(site):
         rows = machine.run("group", "list", "--csv")
         for number in (0, 1):
             assert all(f"w{number}-{i}," in rows for i in range(counts[number])), (counts, rows)
-    heads, seen = site.cluster.get(f"{PREFIX}{site.cluster.current()['generation']}/head"), set()
-    while int(heads["mod_revision"]) > begin:
-        seen.add(json.loads(base64.b64decode(heads["value"]))["txn"])
-        heads = site.cluster.get(f"{PREFIX}{site.cluster.current()['generation']}/head", int(heads["mod_revision"]) - 1)
+    seen = history(site, begin)
     assert len(seen) == 3 * sum(counts) + 3, (len(seen), counts)  # two groups before, one change of converge after
     print(f"rivals: {counts} rounds of 3 changes")
 
@@ -201,4 +226,4 @@ def switch(site):
     print(f"switch: {len(answers)} answers")
 
 
-run([stale, writes, rivals, switch])
+run([stale, writes, lost, rivals, switch])

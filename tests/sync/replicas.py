@@ -1,6 +1,5 @@
 """Replica files against a real store that fails in every way: python3 replicas.py PERENNA-ACCESS [--long] [SCENARIO]"""
 
-import http.server
 import json
 import os
 import random
@@ -9,12 +8,10 @@ import shutil
 import signal
 import sqlite3
 import subprocess
-import threading
 import time
-import urllib.request
 
 from cluster import Machine, quote, wait_for
-from scenarios import GROUP, LONG, SEED, TOOL, random_change, run
+from scenarios import GROUP, LONG, SEED, TOOL, random_change, run, torn_way
 
 
 def follow(site):
@@ -215,52 +212,11 @@ def full_disk(site):
     site.converge()
 
 
-ODD = [b"<html>", b"[]", b'{"error": {"code": 14, "message": "x"}}', b'{"message": null}', b'{"code": "14", "message": 7}']
-
-
-class Torn(http.server.BaseHTTPRequestHandler):
-    """A way to a member on which streams break in the middle of a line, lines come twice, and answers are a proxy's own."""
-
-    member, numbers = None, random.Random(SEED)
-
-    def do_POST(self):
-        body = self.rfile.read(int(self.headers["Content-Length"]))
-        if self.numbers.random() < 0.1:
-            self.send_response(503)
-            self.end_headers()
-            self.wfile.write(self.numbers.choice(ODD))
-            return
-        request = urllib.request.Request(self.member + self.path, body)
-        try:
-            with urllib.request.urlopen(request) as answer:
-                self.send_response(answer.status)
-                self.end_headers()
-                for line in answer if self.path == "/v3/watch" else [answer.read()]:
-                    torn = self.path == "/v3/watch" and self.numbers.random() < 0.2
-                    again = self.path == "/v3/watch" and self.numbers.random() < 0.2
-                    self.wfile.write(line[:len(line) // 2] if torn else line * (2 if again else 1))
-                    self.wfile.flush()
-                    if torn:
-                        return
-        except OSError:
-            pass  # the agent turned away, or the member did
-
-    def log_message(self, *_):
-        pass
-
-
 def torn(site):
     """Streams that break and repeat themselves lose nothing and apply nothing twice."""
     machine = site.machines[0]
     machine.kill()
-    Torn.member = site.cluster.clients[0]
-    proxy = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Torn)
-    proxy.daemon_threads = True
-    threading.Thread(target=proxy.serve_forever, daemon=True).start()
-    configuration = json.load(open(machine.config, encoding="utf-8"))
-    configuration["Sync"]["Endpoints"] = [f"http://127.0.0.1:{proxy.server_port}"]
-    with open(machine.config, "w", encoding="utf-8") as out:
-        json.dump(configuration, out)
+    proxy = torn_way(site, machine)
     machine.start()
     numbers, end = random.Random(SEED), time.monotonic() + (60 if LONG else 4)
     while time.monotonic() < end:

@@ -1,12 +1,15 @@
 """A store, its machines, and how scenarios with them are run."""
 
+import http.server
 import json
 import os
 import random
 import shutil
 import sys
 import tempfile
+import threading
 import time
+import urllib.request
 
 from cluster import Cluster, Machine, quote, wait_for
 
@@ -53,6 +56,57 @@ def random_change(cluster, numbers):
         else:
             puts[key] = json.dumps({"group_name": str(numbers.random())}) if key[0] == "g" else ""
     return cluster.change(list(puts.items()), deletes - puts.keys())
+
+
+ODD = [b"<html>", b"[]", b'{"error": {"code": 14, "message": "x"}}', b'{"message": null}', b'{"code": "14", "message": 7}']
+
+
+class Torn(http.server.BaseHTTPRequestHandler):
+    """A way to a member on which streams break in the middle of a line, lines come twice, answers to changes get lost, and some are a
+    proxy's own."""
+
+    member, numbers = None, random.Random(SEED)
+
+    def do_POST(self):
+        body = self.rfile.read(int(self.headers["Content-Length"]))
+        if self.numbers.random() < 0.1:
+            self.send_response(503)
+            self.end_headers()
+            self.wfile.write(self.numbers.choice(ODD))
+            return
+        request = urllib.request.Request(self.member + self.path, body)
+        try:
+            with urllib.request.urlopen(request) as answer:
+                if self.path == "/v3/kv/txn" and self.numbers.random() < 0.3:
+                    return
+                self.send_response(answer.status)
+                self.end_headers()
+                for line in answer if self.path == "/v3/watch" else [answer.read()]:
+                    torn = self.path == "/v3/watch" and self.numbers.random() < 0.2
+                    again = self.path == "/v3/watch" and self.numbers.random() < 0.2
+                    self.wfile.write(line[:len(line) // 2] if torn else line * (2 if again else 1))
+                    self.wfile.flush()
+                    if torn:
+                        return
+        except OSError:
+            pass  # the agent turned away, or the member did
+
+    def log_message(self, *_):
+        pass
+
+
+def torn_way(site, machine):
+    """Leads a machine to the store through such a proxy, which is to be shut down."""
+    Torn.member = site.cluster.clients[0]
+    proxy = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Torn)
+    proxy.daemon_threads = True
+    threading.Thread(target=proxy.serve_forever, daemon=True).start()
+    with open(machine.config, encoding="utf-8") as given:
+        configuration = json.load(given)
+    configuration["Sync"]["Endpoints"] = [f"http://127.0.0.1:{proxy.server_port}"] * 3  # tried twice each
+    with open(machine.config, "w", encoding="utf-8") as out:
+        json.dump(configuration, out)
+    return proxy
 
 
 def run(scenarios, large=()):
