@@ -85,7 +85,8 @@ std::optional<SyncState> ReadSyncState(const std::string& database) {
     return std::nullopt;
   }
   try {
-    if (json.at("boot") != BootId() || json.at("file").is_null() || json.at("file") != IdentityOf(database)) {
+    if (BootId().empty() || json.at("boot") != BootId() || json.at("file").is_null() ||
+        json.at("file") != IdentityOf(database)) {
       return std::nullopt;
     }
     const auto text = [&json](const char* name) {
