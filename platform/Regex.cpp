@@ -50,21 +50,37 @@ template <class Call> int WatchingMemory(bool& ran_out, Call call) noexcept {
 } // namespace
 
 RegularExpression::RegularExpression(const std::string& pattern) {
-  const char* const text = pattern.c_str();
-  if (*text == '\0') {
+  if (pattern.c_str()[0] != '\0') {
+    const Pattern::Judgement judgement = Pattern::Judge(pattern);
+    Compile(pattern.c_str(), pattern.c_str(), judgement.refusal, judgement.malformed);
+  }
+}
+
+RegularExpression::RegularExpression(const std::string& pattern, const char* text) : m_rest(text) {
+  const char* const source = pattern.c_str();
+  const Pattern::Beginning beginning = Pattern::CompareBeginning(source, text);
+  if (beginning.differs || *source == '\0') {
     return;
   }
+  if (beginning.pattern_bytes == 0) {
+    const Pattern::Judgement judgement = Pattern::Judge(pattern);
+    Compile(source, source, judgement.refusal, judgement.malformed);
+    return;
+  }
+  m_rest += beginning.text_bytes;
+  Compile(source, ("^" + pattern.substr(beginning.pattern_bytes)).c_str(), nullptr, false);
+}
+
+void RegularExpression::Compile(const char* pattern, const char* source, const char* refusal, bool malformed) {
   const CLocale locale;
-  const Pattern::Judgement judgement = Pattern::Judge(pattern);
-  const char* refusal = judgement.refusal;
   bool out_of_memory = false;
   int status = 0;
   if (refusal == nullptr) {
-    status = WatchingMemory(out_of_memory, [&] { return regcomp(&m_regex, text, REG_EXTENDED | REG_NEWLINE); });
+    status = WatchingMemory(out_of_memory, [&] { return regcomp(&m_regex, source, REG_EXTENDED | REG_NEWLINE); });
     if (status == 0 && out_of_memory) { // compiled, but perhaps not whole
       regfree(&m_regex);
       status = REG_ESPACE;
-    } else if (status == 0 && judgement.malformed) { // its cost is not known, then
+    } else if (status == 0 && malformed) { // its cost is not known, then
       regfree(&m_regex);
       refusal = "it is not understood";
     }
@@ -78,12 +94,8 @@ RegularExpression::RegularExpression(const std::string& pattern) {
     } else {
       regerror(status, nullptr, explanation.data(), explanation.size());
     }
-    Tarn::DefaultLogSink().Error("regex init failed for expression \"%s\": %s\n", text, explanation.data());
+    Tarn::DefaultLogSink().Error("regex init failed for expression \"%s\": %s\n", pattern, explanation.data());
   }
-}
-
-bool RegularExpression::CannotMatch(const char* pattern, const char* text) {
-  return Pattern::CannotBegin(pattern, text);
 }
 
 RegularExpression::~RegularExpression() {

@@ -31,6 +31,10 @@ public:
   /// Compiles `pattern` (up to its first NUL). One that does not compile is logged at Error as
   /// "regex init failed for expression \"%s\": %s\n" and never matches; neither does an empty one, which is not logged.
   explicit RegularExpression(const std::string& pattern);
+  /// For one `Test`, without arguments, of `text` (up to its first NUL), which must live as long: takes a fraction of
+  /// what compiling takes where the literal text behind a leading "^" differs from the text's beginning, and otherwise
+  /// compiles only what stands behind it. Logs and finds the same.
+  RegularExpression(const std::string& pattern, const char* text);
   ~RegularExpression();
   RegularExpression(const RegularExpression&) = delete;
   RegularExpression& operator=(const RegularExpression&) = delete;
@@ -38,11 +42,7 @@ public:
   /// Looks for a match anywhere in `text` (up to its first NUL). A pattern that the C library refuses for its syntax
   /// gives `NoMatch`, one that is too costly for this library or for the memory at hand `Undecided`.
   Outcome Test(const char* text) const noexcept;
-
-  /// Whether a pattern (up to its first NUL) certainly has no match in `text` and nothing to report, as far as the
-  /// literal text tells that must follow its "^": an object built from it would log nothing, and its `Test` would give
-  /// `NoMatch`. Takes a fraction of what compiling takes. False says nothing. Throws std::bad_alloc only.
-  static bool CannotMatch(const char* pattern, const char* text);
+  Outcome Test() const noexcept { return Test(m_rest); }
 
   /// Whether `Test` gives `Match`.
   bool match(const std::string& text) const noexcept { return match(text.c_str()); }
@@ -51,11 +51,16 @@ public:
   /// As `match`, and reports the first match as the half-open byte range [begin, end) of `text`.
   bool match(const std::string& text, std::size_t& begin, std::size_t& end) const noexcept;
 
-  /// Whether the pattern compiled.
+  /// Whether the pattern, or what was left of it to be tested, compiled.
   bool valid() const noexcept { return m_regex_init; }
 
 private:
+  /// Compiles `source`, in the log `pattern`; refuses it for `refusal` if that is not null, or when it compiles
+  /// although it is `malformed`.
+  void Compile(const char* pattern, const char* source, const char* refusal, bool malformed);
+
   regex_t m_regex{};
+  const char* m_rest = ""; // of the text to test, behind what has been compared
   bool m_regex_init = false;
   bool m_undecided = false; // not compiled for a reason that says nothing about what the pattern matches
 };

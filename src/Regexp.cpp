@@ -1,6 +1,6 @@
 // The SQL function `regexp`, and the doubt that it raises. This is the one place of the module that asks of
 // RegularExpression more than `match`: a framework whose own wrapper has no `Test` would lose the doubt about patterns
-// here, and one without `CannotMatch` time.
+// here, and one that compiles without a look at the text would lose time.
 
 #include "Regexp.h"
 
@@ -39,11 +39,8 @@ Outcome Evaluate(sqlite3_value* pattern, sqlite3_value* subject) {
   if (regex == nullptr || value == nullptr) {
     return Outcome::NoMatch;
   }
-  if (Perenna::RegularExpression::CannotMatch(regex, value)) { // most filters are for other paths than the request's
-    return Outcome::NoMatch;
-  }
-  const Perenna::RegularExpression compiled(regex);
-  const Outcome outcome = compiled.Test(value);
+  const Perenna::RegularExpression compiled(regex, value); // most filters are for other paths than the request's
+  const Outcome outcome = compiled.Test();
   if (outcome == Outcome::Undecided && compiled.valid()) { // what did not compile has been logged
     Tarn::DefaultLogSink().Error("regex match failed for expression \"%s\": Memory exhausted\n", regex);
   }

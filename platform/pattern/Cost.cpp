@@ -1,6 +1,10 @@
 #include "Cost.h"
 
 #include <algorithm>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <new>
 #include <string>
 
 #include "platform/pattern/network/ExpandedSizes.h"
@@ -164,14 +168,49 @@ const char* JudgeTree(const Tree& tree) {
   return "a text can match parts of it in too many ways at once";
 }
 
-} // namespace
-
-Judgement Judge(std::string_view pattern) {
-  Judgement judgement;
-  pattern = pattern.substr(0, pattern.find('\0'));
-  if (Glance::IsPlain(pattern)) {
-    return judgement;
+/// What has been judged, for all threads: a filter's pattern comes up with every request. Bounded, and begun anew when
+/// it is full. Never destroyed, since patterns may be judged while the process ends.
+class Memory {
+public:
+  static Memory& Instance() {
+    static auto& memory = *new Memory; // NOLINT(cppcoreguidelines-owning-memory)
+    return memory;
   }
+
+  bool Find(std::string_view pattern, Judgement& judgement) {
+    const std::lock_guard<std::mutex> hold(m_Lock);
+    const auto found = m_Judged.find(pattern);
+    if (found == m_Judged.end()) {
+      return false;
+    }
+    judgement = found->second;
+    return true;
+  }
+
+  void Keep(std::string_view pattern, const Judgement& judgement) noexcept {
+    if (pattern.size() > MaximumBytes) {
+      return;
+    }
+    const std::lock_guard<std::mutex> hold(m_Lock);
+    if (m_Judged.size() == MaximumPatterns) {
+      m_Judged.clear();
+    }
+    try {
+      m_Judged.emplace(pattern, judgement);
+    } catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch): it is judged again, then
+    }
+  }
+
+private:
+  static constexpr std::size_t MaximumPatterns = 4096;
+  static constexpr std::size_t MaximumBytes = 500;
+
+  std::mutex m_Lock;
+  std::map<std::string, Judgement, std::less<>> m_Judged;
+};
+
+Judgement JudgeAnew(std::string_view pattern) {
+  Judgement judgement;
   const Tree tree = Tree::Read(pattern);
   if (tree.GetFault() == Fault::TooDeep) {
     judgement.refusal = "its groups or repetitions stand too deep inside each other";
@@ -190,6 +229,18 @@ Judgement Judge(std::string_view pattern) {
   judgement.for_reference = judgement.refusal != nullptr;
   if (judgement.refusal == nullptr) {
     judgement.refusal = JudgeTree(tree);
+  }
+  return judgement;
+}
+
+} // namespace
+
+Judgement Judge(std::string_view pattern) {
+  Judgement judgement;
+  pattern = pattern.substr(0, pattern.find('\0'));
+  if (!Glance::IsPlain(pattern) && !Memory::Instance().Find(pattern, judgement)) {
+    judgement = JudgeAnew(pattern);
+    Memory::Instance().Keep(pattern, judgement);
   }
   return judgement;
 }

@@ -19,7 +19,7 @@ struct Judgement {
 
 /// Whether the C library compiles a pattern (up to its first NUL) and matches it to any text of `SubjectBytes` in about
 /// a second and 512 MiB. In doubt a pattern is refused. Takes at most about 0.1 s and 100 MiB, and for common patterns
-/// some hundred instructions; throws std::bad_alloc only.
+/// some hundred instructions; of others the last few thousand are remembered. Thread-safe; throws std::bad_alloc only.
 Judgement Judge(std::string_view pattern);
 
 } // namespace Perenna::Pattern
