@@ -3,9 +3,15 @@
 #include <algorithm>
 #include <array>
 
+#include "host/http/TargetRules.h"
+
 namespace Host {
 
 using AccessDirectory::Json;
+
+AccessDirectory::TargetRules Call::Targets() const {
+  return TargetRulesOf(context.configuration.target == TargetPart::PathAndQuery, context.configuration.target_allows);
+}
 
 bool Call::Flag(const std::string& name) const {
   return Query(name) == "true";

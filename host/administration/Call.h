@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "directory/change/ChangeWriter.h"
+#include "directory/pattern/Targets.h"
 #include "directory/text/Text.h"
 #include "host/Configuration.h"
 #include "host/Metrics.h"
@@ -47,6 +48,8 @@ struct Call {
   AccessDirectory::Json done = AccessDirectory::Json::object();
 
   const std::string& File() const noexcept { return context.configuration.database_filename; }
+  /// The targets that statements about all of them are about.
+  AccessDirectory::TargetRules Targets() const;
   /// Whether the query says NAME=true.
   bool Flag(const std::string& name) const;
   /// A parameter of the query; empty when it was not given.

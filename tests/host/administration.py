@@ -162,6 +162,9 @@ def table(host):
         ("GET", "/access/who?method=GET&url=/articles/7", None, 200, {"total": 1, "users": "alice"}),
         ("GET", "/access/methods?user_id=alice&url=/articles/7", None, 200, {"methods": "GET"}),
         ("GET", "/access/findings", None, 200, {"problems": "[1-9]"}),
+        ("GET", "/access/matrix", None, 200, {"complete": True, "regions": "'/articles'", "subjects": r"'users': \['alice'\].*'allowed': \['GET'\]"}),
+        ("GET", "/access/matrix?by=groups", None, 200, {"subjects": r"'users': \[\], 'groups': \['readers'\]"}),
+        ("GET", "/access/matrix?by=roles", None, 400, {"detail": "roles"}),
         ("GET", "/access/decisions?outcome=allowed&limit=2", None, 200, {"limit": 2, "results": "/access/"}),
         ("GET", "/access/decisions?user_id=nobody", None, 200, {"total": 0}),
         ("GET", "/access/what-if?change=add&method=GET&group_id=administrators&filter=%5E/access/u&action=Deny", None, 200,
@@ -190,7 +193,7 @@ def table(host):
     assert (options.status, options.getheader("Allow")) == (204, "DELETE, GET, HEAD, OPTIONS, PATCH, POST, PUT")
     assert host.ask("HEAD", "/access/users").json == ""
     routes = {(method.upper(), path) for path, item in host.ask("GET", "/access/openapi.json").json["paths"].items() for method in item}
-    assert len(routes) == 28 and ("PUT", "/access/groups/{group_id}/users/{user_id}") in routes, sorted(routes)
+    assert len(routes) == 29 and ("PUT", "/access/groups/{group_id}/users/{user_id}") in routes, sorted(routes)
 
 
 def who_may(host):
@@ -199,7 +202,7 @@ def who_may(host):
     host.tool("user", "add", "wide", "--group", "staff", "--password-stdin", text=PASSWORD + "\n")
     for method in ("GET", "POST", "PUT", "DELETE"):
         host.tool("filter", "add", "staff", "Allow", method, "^/")
-    paths = ["/access/users", "/access/users/admin", "/access/groups", "/access/filters", "/access/findings", "/access/directory",
+    paths = ["/access/users", "/access/users/admin", "/access/groups", "/access/filters", "/access/findings", "/access/directory", "/access/matrix",
              "/access/decisions", "/access/openapi.json", "/access/check?user_id=admin&method=GET&url=/", "/access/nothing"]
     for path in paths:
         expect(host.ask("GET", path, user="wide"), 403, path)

@@ -173,6 +173,11 @@ async function checkAndGrant(page) {
 }
 
 async function rest(page) {
+  await view(page, 'matrix', 'Matrix');
+  await page.getByRole('img', {name: /regions of targets: .* changed, 0 not found out/}).waitFor();
+  await page.getByLabel('By').selectOption('groups');
+  await page.getByRole('button', {name: 'Show'}).click();
+  await page.getByRole('row', {name: 'readers'}).getByRole('cell', {name: 'GET', exact: true}).first().waitFor();
   await view(page, 'findings', 'Findings');
   await page.getByText('credential plain').waitFor();
   await view(page, 'decisions', 'Decisions');
@@ -220,7 +225,7 @@ async function accessible(page) {
   for (const colorScheme of ['light', 'dark']) {
     await page.emulateMedia({colorScheme});
     for (const [hash, heading] of [['users', 'Users'], ['users/alice', 'User alice'], ['groups', 'Groups'], ['groups/readers', 'Group readers'], ['filters', 'Filters'],
-      ['check?user=alice&method=PUT&url=/articles/7', 'Check'], ['who', 'Who may'], ['findings', 'Findings'], ['decisions', 'Decisions'], ['import', 'Import'], ['me', 'My password']]) {
+      ['check?user=alice&method=PUT&url=/articles/7', 'Check'], ['who', 'Who may'], ['matrix', 'Matrix'], ['findings', 'Findings'], ['decisions', 'Decisions'], ['import', 'Import'], ['me', 'My password']]) {
       await view(page, hash, heading);
       await page.waitForLoadState('networkidle');
       await page.evaluate(axe);

@@ -34,6 +34,7 @@ Reply Check(Call& call);
 Reply Who(Call& call);
 Reply Methods(Call& call);
 Reply Findings(Call& call);
+Reply ShowMatrix(Call& call);
 Reply ListDecisions(Call& call);
 
 Reply ExportDirectory(Call& call);

@@ -6,9 +6,10 @@
 #include "directory/explain/WhoMay.h"
 #include "directory/lint/FindingsText.h"
 #include "directory/lint/Lint.h"
+#include "directory/policy/AccessRulesReader.h"
+#include "directory/policy/Matrix.h"
 #include "directory/text/Vocabulary.h"
 #include "host/administration/operation/Operations.h"
-#include "host/http/TargetRules.h"
 
 namespace Host {
 
@@ -70,9 +71,7 @@ Reply Findings(Call& call) {
     return ReadStoredDirectory(database);
   }();
   const Mender mender(call.File(), {"--config", call.context.configuration.file});
-  const Configuration& configuration = call.context.configuration;
-  FilterProofs proofs(
-      stored, TargetRulesOf(configuration.target == TargetPart::PathAndQuery, configuration.target_allows), ProofTime);
+  FilterProofs proofs(stored, call.Targets(), ProofTime);
   Progress progress;
   std::vector<Finding> findings = LintFile(call.File());
   std::vector<Finding> of_rows = Lint(stored, mender, proofs, progress).Run();
@@ -80,6 +79,26 @@ Reply Findings(Call& call) {
   Reply reply;
   WriteFindings(stored, findings, proofs, [&reply](const std::string& text) { reply.text += text; });
   return reply;
+}
+
+Reply ShowMatrix(Call& call) {
+  using namespace AccessDirectory; // NOLINT(google-build-using-namespace): all of it is the directory's
+  const std::string by = call.Query("by");
+  if (!by.empty() && by != "users" && by != "groups") {
+    Refuse(400, "by " + Quoted(by) + ": it is neither \"users\" nor \"groups\"");
+  }
+  const TargetRules targets = call.Targets();
+  Patterns patterns;
+  const AccessRules rules = [&] {
+    Database database(call.File(), Database::Access::Read); // closed before the work begins: nobody waits for that
+    return ReadAccessRules(database, patterns);
+  }();
+  Solver solver(patterns, targets);
+  Progress progress;
+  const MatrixSubjects subjects = by == "groups" ? MatrixSubjects::Groups : MatrixSubjects::Users;
+  Json json = {{"targets", TargetsJson(targets)}};
+  json.update(MakeMatrix(rules, subjects, patterns, solver, progress).ToJson(patterns));
+  return {200, std::move(json)};
 }
 
 Reply ListDecisions(Call& call) {

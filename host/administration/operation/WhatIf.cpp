@@ -6,7 +6,6 @@
 #include "directory/text/Vocabulary.h"
 #include "host/administration/operation/Operations.h"
 #include "host/decision/LoggedTarget.h"
-#include "host/http/TargetRules.h"
 
 namespace Host {
 
@@ -56,9 +55,7 @@ Json Proven(const Call& call, const FilterEdit& edit) {
     Database database(call.File(), Database::Access::Read); // closed before the work begins: nobody waits for that
     return ReadStoredDirectory(database);
   }();
-  const Configuration& configuration = call.context.configuration;
-  const AccessDirectory::TargetRules rules =
-      TargetRulesOf(configuration.target == TargetPart::PathAndQuery, configuration.target_allows);
+  const AccessDirectory::TargetRules rules = call.Targets();
   Patterns patterns;
   const AccessRules before(stored, patterns);
   const AccessRules after(Edited(std::move(stored), edit), patterns);

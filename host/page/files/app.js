@@ -9,6 +9,7 @@ const views = [
   ['filters', 'Filters', () => import('./view/filters.js')],
   ['check', 'Check', () => import('./view/check.js')],
   ['who', 'Who may', () => import('./view/who.js')],
+  ['matrix', 'Matrix', () => import('./view/matrix.js')],
   ['findings', 'Findings', () => import('./view/findings.js')],
   ['decisions', 'Decisions', () => import('./view/decisions.js')],
   ['import', 'Import', () => import('./view/import.js')],
