@@ -67,7 +67,8 @@ constexpr std::array<Remedies, 15> Lines = {{
      {"proxy_set_header X-Client-Certificate $ssl_client_escaped_cert; in the question's location",
       "request_header -X-Client-Certificate, and header_up X-Client-Certificate "
       "{http.request.tls.client.certificate_der_base64} in forward_auth",
-      "in perenna-check.lua x-client-certificate from txn.sf:ssl_c_der() alone", TraefikDropsFields,
+      "in perenna-check.lua x-client-certificate from txn.sf:ssl_c_der() alone",
+      "passTLSClientCert: {pem: true}, behind a headers middleware with X-Forwarded-Tls-Client-Cert: \"\"",
       "forward_client_cert_details: SANITIZE_SET"}},
     {Hole::CredentialsTwice,
      {"no proxy_set_header Authorization in the question's location", "no header_up Authorization in forward_auth",
@@ -99,7 +100,8 @@ constexpr std::array<Remedies, 15> Lines = {{
     {Hole::ClientAddress,
      {"proxy_set_header X-Real-IP $remote_addr;", "header_up X-Real-IP {remote_host}",
       "http-request set-header X-Real-IP %[src]", "no forwardedHeaders.insecure on the entry point",
-      "use_remote_address: true"}},
+      "use_remote_address: true, and x-real-ip in headers_to_add from "
+      "%DOWNSTREAM_DIRECT_REMOTE_ADDRESS_WITHOUT_PORT%"}},
     {Hole::Upgrade,
      {"proxy_set_header Upgrade \"\"; proxy_set_header Connection \"\";", "request_header -Upgrade",
       "http-request del-header upgrade", TraefikDropsFields, "no upgrade_configs but websocket, where it is needed"}},
