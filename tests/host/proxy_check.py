@@ -40,30 +40,36 @@ SEEDS = {
         # The question is cleaned up and decoded, what is served is not; a length that belongs to the question is taken
         # from the request too.
         ([(NGINX_QUESTION, r"\$request_uri", "$asked"), (NGINX_PROTECT, "auth_request /", "set $asked $uri;\nauth_request /"),
-          (NGINX_PROTECT, 'proxy_set_header Upgrade "";', 'proxy_set_header Content-Length "";')], "path splitting smuggling"),
+          (NGINX_PROTECT, 'proxy_set_header Upgrade "";', 'proxy_set_header Content-Length "";'),
+          (NGINX_QUESTION, r"\$request_method", "GET")], "path splitting smuggling method"),
         ([(NGINX_PROTECT, "auth_request /.perenna-check;", "")], "unasked"),
     ],
     "caddy": [
-        ([(CADDY, r"request_header -(Remote|X_|X-Original|X-Rewrite|X-Http|X-Method|Upgrade|X-Client).*", ""),
+        ([(CADDY, r"request_header -(Remote|X_|Transfer_|Content_|X-Original|X-Rewrite|X-Http|X-Method|Upgrade|X-Client).*", ""),
           (CADDY, "copy_headers.*", "header_up X-Forwarded-Uri {header.X-Forwarded-Uri}"),
           (CADDY, r"\n\tforward_auth", "\n@none not header X-Forwarded-Uri *\nrequest_header @none X-Forwarded-Uri {uri}\nforward_auth"),
           (CADDY, r"header_up Remote-.*", ""), (CADDY, r"header_up \{args.0\} \{args.1\}", ""),
           (CADDY, r"header_up X-Real-IP \{remote_host\}(\s+header_up X-Request-Id \{http.request.uuid\}\s+\}\s+\}\s*)$", r"\1")],
-         "identity identity-alias method-override target-override client-address upgrade certificate question"),
+         "identity identity-alias method-override target-override client-address upgrade certificate question smuggling"),
         # Copied, but not set a second time; asked about only where a matcher knows the path.
         ([(CADDY, r"header_up Remote-.*", ""), (CADDY, r"\n\tforward_auth", "\n@known path /articles/drafts/* /articles/7\nforward_auth @known")], "identity-lost path"),
+        # Asked about the first of two credentials, and only where a matcher knows the method.
+        ([(CADDY, r"\n\tforward_auth", "\n@first header_regexp first Authorization (.*)\nrequest_header @first X-First {re.first.1}\n"
+           "@known method GET HEAD\nforward_auth @known"), (CADDY, "uri /auth", "uri /auth\nheader_up Authorization {header.X-First}")],
+         "method credentials-twice"),
         ([(CADDY, r"\n\tforward_auth", "\n@login header Authorization *\nforward_auth @login")], "unasked"),
     ],
     "haproxy": [
-        ([(HAPROXY, r" +http-request del-header.*", ""), (HAPROXY, " +http-request set-header (X-Real-IP|Remote-User).*", ""),
+        ([(HAPROXY, r" +http-request del-header.*", ""), (HAPROXY, "    timeout http-request 10s", "    timeout http-request 10s\n    http-reuse always"), (HAPROXY, " +http-request set-header (X-Real-IP|Remote-User).*", ""),
           (LUA, r"\{txn.sf:url\(\)\}", '{(fields["x-original-uri"] or {})[0] or txn.sf:url()}'),
           (LUA, r'values\(fields, "authorization"\)', '{values(fields, "authorization")[1]}'),
           (LUA, "  if certificate", '  question["x-client-certificate"] = values(fields, "x-client-certificate")\n  if certificate')],
-         "identity identity-alias method-override target-override client-address upgrade question certificate credentials-twice"),
+         "identity identity-alias method-override target-override client-address upgrade question certificate credentials-twice smuggling"),
         # Cleaned up for the question, served as it came.
         ([(HAPROXY, "(?m)^global", "global\n    expose-experimental-directives"), (HAPROXY, " +http-request lua.perenna_check", "    http-request set-var(txn.came) url\n"
            "    http-request normalize-uri path-strip-dotdot\n    http-request lua.perenna_check\n"
-           "    http-request set-uri %[var(txn.came)]")], "path"),
+           "    http-request set-uri %[var(txn.came)]"),
+          (LUA, r"\{txn.sf:method\(\)\}", '{"GET"}')], "path method"),
         # The widespread rule.
         ([(HAPROXY, " +http-request return status 401.*", ""), (HAPROXY, " +http-request deny deny_status 503.*", "")], "unasked"),
     ],
@@ -81,21 +87,23 @@ class Application(socketserver.StreamRequestHandler):
         line = self.rfile.readline(65536)
         if not line.strip():
             return False
-        told, size = [], 0
+        told, size, chunked = [], 0, False
         while (field := self.rfile.readline(65536)).strip():
             name, _, value = (part.strip() for part in field.decode("latin-1").partition(":"))
-            name = name.upper()
+            name = name.upper().replace("_", "-")  # as lenient as some, also about where a body ends
             size = int(value) if name == "CONTENT-LENGTH" else size
             if name == "UPGRADE" and value == "h2c":
                 self.wfile.write(b"HTTP/1.1 101 Switching Protocols\r\nConnection: Upgrade\r\nUpgrade: h2c\r\n\r\n")
                 return False
-            if name == "TRANSFER-ENCODING":
-                while (chunk := int(self.rfile.readline().split(b";")[0], 16)) > 0:
-                    self.rfile.read(chunk + 2)
-                self.rfile.readline()
+            chunked = chunked or name == "TRANSFER-ENCODING"
             if name not in ("X-REQUEST-ID", "CONTENT-LENGTH", "CONNECTION"):  # they differ from request to request
                 told.append(f"{re.sub('[^A-Z0-9]', '_', name)}={value}")
-        self.rfile.read(size)
+        if chunked:
+            while (chunk := int(self.rfile.readline().split(b";")[0], 16)) > 0:
+                self.rfile.read(chunk + 2)
+            self.rfile.readline()
+        else:
+            self.rfile.read(size)
         body = "\n".join([line.decode("latin-1").split(" HTTP/")[0], *sorted(told)]).encode()
         self.wfile.write(b"HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\nContent-Length: %d\r\n\r\n%s" % (len(body), body))
         return True
