@@ -4,7 +4,7 @@
 #include <ctime>
 #include <set>
 
-#include "platform/pattern/Tree.h"
+#include "directory/lint/pattern/PatternQueries.h"
 
 namespace AccessDirectory {
 
@@ -26,43 +26,6 @@ bool MatchesAny(const Patterns& patterns, const std::vector<PatternNumber>& numb
 
 std::string PathOf(const std::string& target) {
   return target.substr(0, target.find('?'));
-}
-
-/// Whether a match can go on over a "?": no pattern without this matches by a query alone.
-bool CanPassQuestionMark(const Perenna::Pattern::Tree& tree) {
-  using Perenna::Pattern::Kind;
-  for (Perenna::Pattern::NodeIndex index = 0; index < tree.Size(); ++index) {
-    const auto& node = tree[index];
-    const bool is_byte = node.kind == Kind::Literal || node.kind == Kind::Set;
-    if (node.kind == Kind::Reference || (is_byte && tree.Characters(node)['?'])) {
-      return true;
-    }
-  }
-  return tree.LiteralBeginning().empty(); // begins anywhere
-}
-
-/// Whether it names the "?", so that its queries are meant.
-bool NamesQuestionMark(const Perenna::Pattern::Tree& tree) {
-  using Perenna::Pattern::Kind;
-  constexpr std::size_t FewBytes = 16; // of a list that says what it holds, not what it leaves out
-  for (Perenna::Pattern::NodeIndex index = 0; index < tree.Size(); ++index) {
-    const auto& node = tree[index];
-    if ((node.kind == Kind::Literal || node.kind == Kind::Set) && tree.Characters(node)['?'] &&
-        tree.Characters(node).count() <= FewBytes) {
-      return true;
-    }
-  }
-  return false;
-}
-
-bool HasAssertionAtEnd(const Perenna::Pattern::Tree& tree) {
-  for (Perenna::Pattern::NodeIndex index = 0; index < tree.Size(); ++index) {
-    if (tree[index].kind == Perenna::Pattern::Kind::Assertion &&
-        tree[index].assertion != Perenna::Pattern::Assertion::LineBegin) {
-      return true;
-    }
-  }
-  return false;
 }
 
 } // namespace
@@ -254,28 +217,46 @@ FilterProofs::Proven FilterProofs::Contained() {
 }
 
 FilterProofs::Proven FilterProofs::ReachesQuery() {
-  const auto tree = Perenna::Pattern::Tree::Read(m_Filter->pattern);
-  if (!m_Rules.with_query || NamesQuestionMark(tree) || !CanPassQuestionMark(tree)) {
+  if (!m_Rules.with_query || !ReadPatternQueries(m_Filter->pattern).may_reach) {
     return std::nullopt;
   }
-  const Answer answer = Ask({{Whole()}, {OnPath()}});
-  return answer.kind == Answer::Kind::Witness ? Proven({answer.text, {}}) : std::nullopt;
+  const auto [known, is_new] = m_Reaching.emplace(m_Pattern, std::nullopt);
+  if (is_new) {
+    const Answer answer = Ask({{Whole()}, {OnPath()}});
+    if (answer.kind == Answer::Kind::Witness) {
+      known->second = {answer.text, {}};
+    }
+  }
+  return known->second;
 }
 
-FilterProofs::Proven FilterProofs::EvadedByQuery(const std::string& better) {
-  if (!m_Rules.with_query || !HasAssertionAtEnd(Perenna::Pattern::Tree::Read(m_Filter->pattern))) {
-    return std::nullopt;
-  }
-  const Answer answer = Ask({{OnPath()}, {Whole()}});
-  if (answer.kind != Answer::Kind::Witness || !m_Patterns.Matches(m_Pattern, PathOf(answer.text))) {
-    return std::nullopt;
-  }
-  Proof proof = {answer.text, {}};
-  if (!better.empty()) {
-    const Question::Term others = {m_Patterns.Add(better), false};
-    if (IsNone({{OnPath()}, {others}}) && IsNone({{Whole()}, {others}})) {
-      proof.other = better;
+/// A target that a query keeps from matching.
+Answer FilterProofs::FindEvasion() {
+  for (const std::string& sample : m_Samples.Of(m_Pattern)) {
+    const std::string target = PathOf(sample) + "?a";
+    if (m_Patterns.Matches(m_Pattern, PathOf(sample)) && !m_Patterns.Matches(m_Pattern, target) &&
+        m_Rules.admits(target)) {
+      return {Answer::Kind::Witness, target};
     }
+  }
+  return Ask({{OnPath()}, {Whole()}});
+}
+
+FilterProofs::Proven FilterProofs::EvadedByQuery() {
+  const PatternQueries queries = ReadPatternQueries(m_Filter->pattern);
+  if (!m_Rules.with_query || !queries.may_be_evaded) {
+    return std::nullopt;
+  }
+  const Answer answer = FindEvasion();
+  if (answer.kind != Answer::Kind::Witness) {
+    return std::nullopt;
+  }
+  Proof proof = {answer.text, queries.better};
+  if (!queries.better.empty()) {
+    const Question::Term others = {m_Patterns.Add(queries.better), false};
+    const bool is_better = m_Patterns.Matches(others.pattern, answer.text) &&
+                           (queries.is_better || (IsNone({{OnPath()}, {others}}) && IsNone({{Whole()}, {others}})));
+    proof.other = is_better ? queries.better : "";
   }
   return proof;
 }

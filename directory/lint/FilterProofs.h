@@ -7,7 +7,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "directory/lint/PatternSamples.h"
+#include "directory/lint/pattern/PatternSamples.h"
 #include "directory/policy/AccessRules.h"
 
 namespace AccessDirectory {
@@ -59,9 +59,9 @@ public:
   Proven Contained();
   /// It matches targets whose path it does not match: their queries make it match.
   Proven ReachesQuery();
-  /// It matches targets' paths, but not the targets: their queries keep it from matching. With `better` in its place
-  /// that is not so, and whatever it matches `better` matches too, unless the other is empty.
-  Proven EvadedByQuery(const std::string& better);
+  /// It matches targets' paths, but not the targets: their queries keep it from matching. The other is what may stand
+  /// in its place, a pattern that matches all of those, and whatever this one matches.
+  Proven EvadedByQuery();
   /// It matches what `narrower` does not.
   Answer Beyond(const std::string& narrower);
 
@@ -86,6 +86,7 @@ private:
   bool IsNone(const Question& question);
   bool IsContainedIn(const Neighbour& other);
   bool MeetsAnAllow(PatternNumber allow);
+  Answer FindEvasion();
   Proven WithSample(const std::string& other = {});
   Question::Term Whole() const { return {m_Pattern, false}; }
   Question::Term OnPath() const { return {m_Pattern, true}; }
@@ -99,6 +100,7 @@ private:
   std::unordered_map<std::string, std::vector<std::size_t>> m_ClassesOfGroup;
   std::map<std::pair<std::size_t, Perenna::Method_t>, Rules> m_RulesOfClass;
   std::unordered_map<std::string, Neighbours> m_Neighbours;
+  std::unordered_map<PatternNumber, Proven> m_Reaching;
   std::chrono::nanoseconds m_Budget;
   std::chrono::nanoseconds m_Begin;
   Counts m_Counts;

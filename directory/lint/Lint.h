@@ -9,7 +9,7 @@
 #include "directory/lint/FilterProofs.h"
 #include "directory/lint/LintKinds.h"
 #include "directory/lint/Mender.h"
-#include "directory/lint/PatternFindings.h"
+#include "directory/lint/pattern/PatternFindings.h"
 #include "directory/Progress.h"
 #include "directory/StoredDirectory.h"
 

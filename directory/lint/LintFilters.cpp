@@ -3,7 +3,7 @@
 #include "PN_HTTP.h"
 #include "directory/lint/Lint.h"
 #include "directory/lint/LintKinds.h"
-#include "directory/lint/PatternFindings.h"
+#include "directory/lint/pattern/PatternFindings.h"
 #include "directory/text/Vocabulary.h"
 
 namespace AccessDirectory {

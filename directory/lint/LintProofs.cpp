@@ -5,7 +5,6 @@
 #include "directory/lint/Lint.h"
 #include "directory/lint/LintKinds.h"
 #include "directory/text/Vocabulary.h"
-#include "platform/pattern/Tree.h"
 
 namespace AccessDirectory {
 
@@ -14,24 +13,6 @@ namespace {
 bool Has(const PatternReading& reading, const LintKind& kind) {
   return std::any_of(reading.findings.begin(), reading.findings.end(),
                      [&kind](const PatternFinding& finding) { return finding.kind == &kind; });
-}
-
-/// The pattern with "([?]|$)" for each "$"; empty when there is none.
-std::string WithQueries(const std::string& pattern) {
-  const auto tree = Perenna::Pattern::Tree::Read(pattern);
-  std::vector<std::size_t> places;
-  for (Perenna::Pattern::NodeIndex index = 0; index < tree.Size(); ++index) {
-    if (tree[index].kind == Perenna::Pattern::Kind::Assertion &&
-        tree[index].assertion == Perenna::Pattern::Assertion::LineEnd) {
-      places.push_back(tree[index].span.begin);
-    }
-  }
-  std::sort(places.rbegin(), places.rend());
-  std::string better = places.empty() ? "" : pattern;
-  for (const std::size_t place : places) {
-    better.replace(place, 1, "([?]|$)");
-  }
-  return better;
 }
 
 } // namespace
@@ -83,7 +64,7 @@ void Lint::ProveUse(std::size_t row, const FilterRow& filter, bool is_idle) {
 /// Whether queries decide where paths should.
 void Lint::ProveQuery(std::size_t row, const FilterRow& filter) {
   if (filter.action == Deny) {
-    if (const FilterProofs::Proven evaded = m_Proofs.EvadedByQuery(WithQueries(filter.pattern))) {
+    if (const FilterProofs::Proven evaded = m_Proofs.EvadedByQuery()) {
       Mender::Command command;
       if (!evaded->other.empty()) {
         command = ReplaceFilter(filter, {filter.method, filter.group, evaded->other, filter.action});

@@ -164,6 +164,7 @@ TEST_F(Lint, FindsFiltersThatQueriesMeetOrEvade) {
   const std::string filter = "INSERT INTO filters(group_id, action, method, filter) VALUES('editors', ";
   ExpectFindings(
       {{filter + "'Deny', 'GET', '^/(a$|b(/|$))')", {"filter-query command"}},
+       {filter + "'Deny', 'GET', '^/a(/|$)')", {"filter-query command"}},
        {filter + "'Deny', 'GET', '^/a$$')", {"filter-query advice"}},
        {filter + "'Allow', 'PUT', '^/.*x$')", {"filter-query advice"}},
        {filter + "'Allow', 'PUT', '^/a$'), ('editors', 'Allow', 'PUT', '^/b[?]c='), ('editors', 'Deny', 'GET', "

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "PN_Regex.h"
-#include "directory/lint/PatternFindings.h"
+#include "directory/lint/pattern/PatternFindings.h"
 #include "support/Support.h"
 
 namespace Testing {

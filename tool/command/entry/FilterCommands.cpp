@@ -5,7 +5,7 @@
 #include <set>
 
 #include "directory/file/Database.h"
-#include "directory/lint/PatternFindings.h"
+#include "directory/lint/pattern/PatternFindings.h"
 #include "directory/Module.h"
 #include "directory/member/Creation.h"
 #include "directory/text/Vocabulary.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "directory/lint/PatternFindings.h"
+#include "directory/lint/pattern/PatternFindings.h"
 #include "platform/pattern/Tree.h"
 
 namespace AccessDirectory {

@@ -5,7 +5,7 @@
 #include <cctype>
 
 #include "PN_Regex.h"
-#include "directory/lint/PatternReader.h"
+#include "directory/lint/pattern/PatternReader.h"
 
 namespace AccessDirectory {
 

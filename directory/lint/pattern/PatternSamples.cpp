@@ -1,4 +1,4 @@
-#include "directory/lint/PatternSamples.h"
+#include "directory/lint/pattern/PatternSamples.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
-#include "directory/lint/PatternFindings.h"
+#include "directory/lint/pattern/PatternFindings.h"
 
 #include <algorithm>
 
-#include "directory/lint/PatternReader.h"
+#include "directory/lint/pattern/PatternReader.h"
 #include "directory/text/Vocabulary.h"
 
 namespace AccessDirectory {

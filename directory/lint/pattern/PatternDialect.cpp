@@ -4,7 +4,7 @@
 #include <array>
 #include <cstring>
 
-#include "directory/lint/PatternReader.h"
+#include "directory/lint/pattern/PatternReader.h"
 #include "directory/text/Text.h"
 #include "platform/pattern/network/ExpandedSizes.h"
 #include "platform/pattern/network/Network.h"
