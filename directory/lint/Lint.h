@@ -58,7 +58,7 @@ private:
 
   void Index();
   void IndexFilters();
-  void IndexGrantedMethods();
+  void IndexAllowedMethods();
   void Add(const LintKind& kind, SectionNumber section, std::size_t row, std::string why, std::string mend);
 
   /// Adds a finding for a row with cells that no text is ever equal to, or whose texts no argument can name; false when
@@ -137,9 +137,10 @@ private:
   std::unordered_set<std::string> m_FiltersSeen;
   std::unordered_set<std::string> m_Denials;                             // keys of the filters with "Deny"
   std::unordered_set<std::string_view> m_FilteredGroups;                 // that a filter names
+  std::unordered_set<std::string_view> m_GrantingGroups;                 // that have an Allow which can grant something
   using MethodsOfGroup = std::unordered_map<std::string_view, unsigned>; // a bit a method
-  MethodsOfGroup m_GrantingGroups;                                       // that have an Allow which can grant something
-  MethodsOfGroup m_GrantedToMembers;                                     // those with members
+  MethodsOfGroup m_AllowedMethods;                                       // of groups, by filters that may match
+  MethodsOfGroup m_AllowedToMembers;                                     // of groups with members, by all their groups
 };
 
 } // namespace AccessDirectory

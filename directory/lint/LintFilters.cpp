@@ -72,27 +72,30 @@ void Lint::IndexFilters() {
       m_Proofs.Know({filter.group, method, filter.pattern, filter.action == Allow, row});
     }
     if (filter.action == Allow && !rows.IsBlob(row, FilterColumn::Group) && !rows.IsBlob(row, FilterColumn::Method) &&
-        IsMethod(filter.method) && FaultOf(rows.texts.At(row, FilterColumn::Pattern)).why.empty() &&
-        m_Denials.count(filter.KeyOfDeny()) == 0) {
-      m_GrantingGroups[rows.texts.At(row, FilterColumn::Group)] |= MethodBit(filter.method);
+        IsMethod(filter.method) && FaultOf(rows.texts.At(row, FilterColumn::Pattern)).why.empty()) {
+      const std::string_view group = rows.texts.At(row, FilterColumn::Group);
+      m_AllowedMethods[group] |= MethodBit(filter.method);
+      if (m_Denials.count(filter.KeyOfDeny()) == 0) {
+        m_GrantingGroups.insert(group);
+      }
     }
   }
-  IndexGrantedMethods();
+  IndexAllowedMethods();
 }
 
-/// Which methods some member of a group is granted on something, by that group or by another.
-void Lint::IndexGrantedMethods() {
+/// Which methods some member of a group has an Allow of, by that group or by another.
+void Lint::IndexAllowedMethods() {
   const Rows& memberships = In(Memberships).texts;
   std::unordered_map<std::string_view, unsigned> of_user;
   for (std::size_t row = 0; row < memberships.Count(); ++row) {
-    const auto granting = m_GrantingGroups.find(memberships.At(row, MembershipColumn::Group));
-    if (granting != m_GrantingGroups.end()) {
+    const auto granting = m_AllowedMethods.find(memberships.At(row, MembershipColumn::Group));
+    if (granting != m_AllowedMethods.end()) {
       of_user[memberships.At(row, MembershipColumn::User)] |= granting->second;
     }
   }
   for (std::size_t row = 0; row < memberships.Count(); ++row) {
     const auto granted = of_user.find(memberships.At(row, MembershipColumn::User));
-    m_GrantedToMembers[memberships.At(row, MembershipColumn::Group)] |= granted == of_user.end() ? 0U : granted->second;
+    m_AllowedToMembers[memberships.At(row, MembershipColumn::Group)] |= granted == of_user.end() ? 0U : granted->second;
   }
 }
 
@@ -194,8 +197,8 @@ void Lint::CheckFilter(std::size_t row) {
 }
 
 bool Lint::AddIdleDeny(std::size_t row, const FilterRow& filter) {
-  const auto granted = m_GrantedToMembers.find(filter.group);
-  if (filter.action != Deny || granted == m_GrantedToMembers.end() ||
+  const auto granted = m_AllowedToMembers.find(filter.group);
+  if (filter.action != Deny || granted == m_AllowedToMembers.end() ||
       (granted->second & MethodBit(filter.method)) != 0) {
     return false;
   }

@@ -52,7 +52,7 @@ void Lint::ProveUse(std::size_t row, const FilterRow& filter, bool is_idle) {
               "no Allow of any member meets what it matches, " + Quoted(proven->target) +
                   " for instance: this Deny refuses what is refused without it",
               "keep it as a guard against a later Allow, or delete it: ", DeleteFilter(filter));
-  } else if ((proven = m_Proofs.Contained()).has_value()) {
+  } else if (!is_idle && (proven = m_Proofs.Contained()).has_value()) {
     AddProven(LintKinds::FilterContained, row,
               "the group's " + filter.action + " of " + filter.method + " and " + Quoted(proven->other) +
                   " matches all that it matches, " + Quoted(proven->target) +

@@ -198,8 +198,7 @@ TEST_F(Lint, FindsWhatIsWrongWithUsersAndGroupsAndSaysWhatMendsIt) {
       {"INSERT INTO users VALUES('u', 'sha256', '" + salt + ":" + digest + "', 'd', 'alice')",
        {"user-without-group advice"}},
       {"DELETE FROM filters", {"user-without-allow advice", "group-without-filters advice"}},
-      {filter + "'Deny', 'GET', '^/')",
-       {"user-without-allow advice", "filter-overruled command", "filter-idle advice"}},
+      {filter + "'Deny', 'GET', '^/')", {"user-without-allow advice", "filter-overruled command"}},
       {"UPDATE filters SET filter = '('", {"user-without-allow advice", "filter-pattern command"}},
       // Credentials.
       {user + "'plain_pw', 'hunter2', 'd', 'alice')", {"credential-plain command"}},
