@@ -76,9 +76,9 @@ Reply Findings(Call& call) {
   std::vector<Finding> findings = LintFile(call.File());
   std::vector<Finding> of_rows = Lint(stored, mender, proofs, progress).Run();
   findings.insert(findings.end(), std::make_move_iterator(of_rows.begin()), std::make_move_iterator(of_rows.end()));
-  Reply reply;
-  WriteFindings(stored, findings, proofs, [&reply](const std::string& text) { reply.text += text; });
-  return reply;
+  std::string json;
+  WriteFindings(stored, findings, proofs, [&json](const std::string& text) { json += text; });
+  return {200, nullptr, std::move(json)};
 }
 
 Reply ShowMatrix(Call& call) {
