@@ -82,8 +82,8 @@ public:
   std::string KindOf(std::size_t number) const {
     const Row& row = m_Rows[number];
     const bool is_denied = row.allows && std::any_of(m_Rows.begin(), m_Rows.end(), [&row](const Row& other) {
-      return other.group == row.group && other.pattern == row.pattern && !other.allows;
-    });
+                             return other.group == row.group && other.pattern == row.pattern && !other.allows;
+                           });
     bool has_members = is_denied; // who would be members is refused
     bool differs = false;
     for (const auto& groups : m_Groups) {
