@@ -43,8 +43,9 @@ std::atomic<bool> s_watches{false};
 thread_local std::vector<std::string> s_taken;
 
 const Section* SectionOf(const char* table) {
-  const auto* const found = std::find_if(Sections.begin(), Sections.end(),
-                                  [table](const Section& section) { return std::strcmp(section.table, table) == 0; });
+  const auto* const found = std::find_if(Sections.begin(), Sections.end(), [table](const Section& section) {
+    return std::strcmp(section.table, table) == 0;
+  });
   return found == Sections.end() ? nullptr : &*found;
 }
 

@@ -22,7 +22,7 @@ FilterEdit EditOf(const Call& call) {
     Refuse(400, "the change " + Quoted(change) + " is neither \"add\" nor \"delete\"");
   }
   FilterEdit edit = {change == "add" ? FilterEdit::What::Add : FilterEdit::What::Delete, call.Query("method"),
-                           call.Query("group_id"), call.Query("filter"), call.Query("action")};
+                     call.Query("group_id"), call.Query("filter"), call.Query("action")};
   if (edit.what == FilterEdit::What::Add) { // one that is there may be odd, and deleted for that
     AccessDirectory::KnownMethod(edit.method);
     if (edit.action != AccessDirectory::Allow && edit.action != AccessDirectory::Deny) {
