@@ -57,6 +57,28 @@ std::string Same(const AccessDirectory::Section& section) {
   return same;
 }
 
+std::string FromTouched(const AccessDirectory::Section& section) {
+  return " FROM temp." + TableOf(section) + " AS before ";
+}
+
+/// The rows that stood there before and do not any more.
+std::string GoneStatement(const AccessDirectory::Section& section) {
+  return "SELECT " + List(section, section.columns.size(), "before.") + FromTouched(section) +
+         "WHERE before.existed = 1 AND NOT EXISTS(SELECT 1 FROM main." + section.table + " AS now WHERE " +
+         Same(section) + ")";
+}
+
+/// The rows that are new, or other than before.
+std::string OtherStatement(const AccessDirectory::Section& section) {
+  std::string differs = "before.existed = 0";
+  for (std::size_t column = section.keys; column < section.columns.size(); ++column) {
+    const std::string& name = section.columns[column];
+    differs.append(" OR now.").append(name).append(" IS NOT before.").append(name);
+  }
+  return "SELECT DISTINCT " + List(section, section.columns.size(), "now.") + FromTouched(section) + "JOIN main." +
+         section.table + " AS now ON " + Same(section) + " WHERE " + differs;
+}
+
 } // namespace
 
 Touched::Touched(Database& database) : m_Database(database) {
@@ -84,18 +106,8 @@ std::vector<Change> Touched::Differences() const {
         changes.push_back(std::move(change));
       });
     };
-    const std::string before = " FROM temp." + TableOf(section) + " AS before ";
-    std::string differs = "before.existed = 0";
-    for (std::size_t column = section.keys; column < section.columns.size(); ++column) {
-      const std::string& name = section.columns[column];
-      differs.append(" OR now.").append(name).append(" IS NOT before.").append(name);
-    }
-    add("SELECT " + List(section, section.columns.size(), "before.") + before + "WHERE before.existed = 1 AND NOT " +
-            "EXISTS(SELECT 1 FROM main." + section.table + " AS now WHERE " + Same(section) + ")",
-        true);
-    add("SELECT DISTINCT " + List(section, section.columns.size(), "now.") + before + "JOIN main." + section.table +
-            " AS now ON " + Same(section) + " WHERE " + differs,
-        false);
+    add(GoneStatement(section), true);
+    add(OtherStatement(section), false);
   }
   return changes;
 }
