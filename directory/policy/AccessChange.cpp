@@ -124,6 +124,8 @@ bool Any(const std::vector<AccessChange>& changes, Answer::Kind kind, Answer Acc
                      [&](const AccessChange& change) { return (change.*answer).kind == kind; });
 }
 
+} // namespace
+
 Json TextsJson(const std::vector<std::string>& texts) {
   Json json = Json::array();
   for (const std::string& text : texts) {
@@ -131,8 +133,6 @@ Json TextsJson(const std::vector<std::string>& texts) {
   }
   return json;
 }
-
-} // namespace
 
 Answer FindGain(const Rules& with, const Rules& without, const Patterns& patterns, Solver& solver) {
   Answer answer = LookForGain(with, without, solver);

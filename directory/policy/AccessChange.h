@@ -41,6 +41,8 @@ AccessChanges CompareAccess(const AccessRules& before, const AccessRules& after,
 
 /// {"answer": "none"}, {"answer": "witness", "target"} or {"answer": "unknown", "why"}.
 Json AnswerJson(const Answer& answer);
+/// An array of texts, each as `JsonText` gives it.
+Json TextsJson(const std::vector<std::string>& texts);
 
 /// A target that the rules allow and the others do not. What is found is put to the module's matching once more.
 Answer FindGain(const Rules& with, const Rules& without, const Patterns& patterns, Solver& solver);

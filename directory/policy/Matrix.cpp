@@ -4,6 +4,8 @@
 #include <array>
 #include <set>
 
+#include "directory/policy/AccessChange.h"
+
 namespace AccessDirectory {
 
 namespace {
@@ -77,14 +79,6 @@ Json MethodsJson(const std::vector<Perenna::Method_t>& methods) {
   Json json = Json::array();
   for (const Perenna::Method_t method : methods) {
     json.push_back(MethodToString(method));
-  }
-  return json;
-}
-
-Json TextsJson(const std::vector<std::string>& texts) {
-  Json json = Json::array();
-  for (const std::string& text : texts) {
-    json.push_back(JsonText(text));
   }
   return json;
 }

@@ -92,6 +92,9 @@ ExitStatus AddOne(const Context& context, const AddOptions& options) {
   } else { // in one step: nobody sees a user who is not in his groups yet
     const std::string creator = Field(request, Keys::create_user);
     writer->Write([&](Database& database) {
+      if (!options.unchecked) {
+        RequireOwnThumbprint(database, credential, options.id); // another may have come first
+      }
       CreateUser(database, options.id, credential, creator);
       ReplaceUserGroups(database, options.id, options.groups);
     });
