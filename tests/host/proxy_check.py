@@ -42,6 +42,9 @@ SEEDS = {
         ([(NGINX_QUESTION, r"\$request_uri", "$asked"), (NGINX_PROTECT, "auth_request /", "set $asked $uri;\nauth_request /"),
           (NGINX_PROTECT, 'proxy_set_header Upgrade "";', 'proxy_set_header Content-Length "";'),
           (NGINX_QUESTION, r"\$request_method", "GET")], "path splitting smuggling method"),
+        ([(NGINX_PROTECT, 'Connection "";', "Connection $http_connection;")], "identity-lost"),
+        # Would ask about the first of two credentials, but nginx itself refuses two.
+        ([(NGINX_QUESTION, "proxy_set_header Host", "proxy_set_header Authorization $http_authorization;\nproxy_set_header Host")], ""),
         ([(NGINX_PROTECT, "auth_request /.perenna-check;", "")], "unasked"),
     ],
     "caddy": [
@@ -70,6 +73,9 @@ SEEDS = {
            "    http-request normalize-uri path-strip-dotdot\n    http-request lua.perenna_check\n"
            "    http-request set-uri %[var(txn.came)]"),
           (LUA, r"\{txn.sf:method\(\)\}", '{"GET"}')], "path method"),
+        # Decoded for the question; what the client says of its connection is passed on.
+        ([(LUA, r"\{txn.sf:url\(\)\}", "{txn.c:url_dec(txn.sf:url())}"), (HAPROXY, " +http-request del-header connection", "")],
+         "splitting identity-lost"),
         # The widespread rule.
         ([(HAPROXY, " +http-request return status 401.*", ""), (HAPROXY, " +http-request deny deny_status 503.*", "")], "unasked"),
     ],
@@ -77,7 +83,7 @@ SEEDS = {
 
 
 class Application(socketserver.StreamRequestHandler):
-    """Answers with what it is told, named as CGI names it; upgrades when it is asked to."""
+    """Answers with what it is told, named as CGI names it, without what Connection names; upgrades when it is asked to."""
 
     def handle(self):
         while self.request_of_client():
@@ -87,7 +93,7 @@ class Application(socketserver.StreamRequestHandler):
         line = self.rfile.readline(65536)
         if not line.strip():
             return False
-        told, size, chunked = [], 0, False
+        told, size, chunked, dropped = {}, 0, False, {"X-REQUEST-ID", "CONTENT-LENGTH", "CONNECTION"}
         while (field := self.rfile.readline(65536)).strip():
             name, _, value = (part.strip() for part in field.decode("latin-1").partition(":"))
             name = name.upper().replace("_", "-")  # as lenient as some, also about where a body ends
@@ -96,15 +102,16 @@ class Application(socketserver.StreamRequestHandler):
                 self.wfile.write(b"HTTP/1.1 101 Switching Protocols\r\nConnection: Upgrade\r\nUpgrade: h2c\r\n\r\n")
                 return False
             chunked = chunked or name == "TRANSFER-ENCODING"
-            if name not in ("X-REQUEST-ID", "CONTENT-LENGTH", "CONNECTION"):  # they differ from request to request
-                told.append(f"{re.sub('[^A-Z0-9]', '_', name)}={value}")
+            dropped |= {named.strip().upper() for named in value.split(",")} if name == "CONNECTION" else set()
+            told.setdefault(name, []).append(f"{re.sub('[^A-Z0-9]', '_', name)}={value}")
         if chunked:
             while (chunk := int(self.rfile.readline().split(b";")[0], 16)) > 0:
                 self.rfile.read(chunk + 2)
             self.rfile.readline()
         else:
             self.rfile.read(size)
-        body = "\n".join([line.decode("latin-1").split(" HTTP/")[0], *sorted(told)]).encode()
+        fields = sorted(field for name in told.keys() - dropped for field in told[name])
+        body = "\n".join([line.decode("latin-1").split(" HTTP/")[0], *fields]).encode()
         self.wfile.write(b"HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\nContent-Length: %d\r\n\r\n%s" % (len(body), body))
         return True
 
