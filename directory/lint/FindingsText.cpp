@@ -1,6 +1,7 @@
 #include "directory/lint/FindingsText.h"
 
 #include <algorithm>
+#include <map>
 
 namespace AccessDirectory {
 
@@ -54,10 +55,14 @@ SectionCounts CountsOf(const StoredDirectory& stored) {
 }
 
 void WriteFindings(const StoredDirectory& stored, const std::vector<Finding>& findings, const FilterProofs& proofs,
-                   const std::function<void(const std::string& text)>& write) {
+                   std::size_t of_a_kind, const std::function<void(const std::string& text)>& write) {
+  std::map<const LintKind*, std::size_t> written;
   write("{\n  \"findings\": [");
   const char* separator = "\n";
   for (const Finding& finding : findings) {
+    if (++written[finding.kind] > of_a_kind) {
+      continue;
+    }
     std::string text = FindingJson(stored, finding).dump(2, ' ', true);
     for (std::size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', end + 1)) {
       text.insert(end + 1, "    ");
@@ -84,7 +89,7 @@ void WriteFindings(const StoredDirectory& stored, const std::vector<Finding>& fi
                          {"unknown", proofs.Counted().unknown},
                          {"left_out", proofs.Counted().left_out}}}};
   const std::string rest = counts.dump(2, ' ', true);
-  write((findings.empty() ? "],\n" : "\n  ],\n") + rest.substr(rest.find('\n') + 1) + '\n');
+  write((*separator == '\n' ? "],\n" : "\n  ],\n") + rest.substr(rest.find('\n') + 1) + '\n');
 }
 
 } // namespace AccessDirectory

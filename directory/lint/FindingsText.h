@@ -19,8 +19,8 @@ SectionCounts CountsOf(const StoredDirectory& stored);
 
 /// Writes findings as JSON, piece by piece, since there may be hundreds of thousands: {"findings": [...], "kinds":
 /// [...], "problems", "notes", "rows": {...}, "proofs": {"targets", "filters", "unknown", "left_out"}}, indented, ASCII
-/// only.
+/// only. Of a kind the first `of_a_kind` are written, while the numbers count all.
 void WriteFindings(const StoredDirectory& stored, const std::vector<Finding>& findings, const FilterProofs& proofs,
-                   const std::function<void(const std::string& text)>& write);
+                   std::size_t of_a_kind, const std::function<void(const std::string& text)>& write);
 
 } // namespace AccessDirectory

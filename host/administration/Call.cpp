@@ -9,6 +9,15 @@ namespace Host {
 
 using AccessDirectory::Json;
 
+namespace {
+
+/// Of a parameter's text, whose form was checked.
+std::size_t Number(const std::string& text, std::size_t fallback) {
+  return text.empty() ? fallback : static_cast<std::size_t>(std::stoull(text));
+}
+
+} // namespace
+
 AccessDirectory::TargetRules Call::Targets() const {
   return TargetRulesOf(context.configuration.target == TargetPart::PathAndQuery, context.configuration.target_allows);
 }
@@ -33,13 +42,14 @@ Json Paging::Page(std::size_t total, Json results) const {
 
 Paging PagingOf(const Call& call) {
   Paging paging;
-  const auto number = [&call](const char* name, std::size_t fallback) {
-    const std::string text = call.Query(name);
-    return text.empty() ? fallback : static_cast<std::size_t>(std::stoull(text)); // its form was checked
-  };
-  paging.skip = number("skip", paging.skip);
-  paging.limit = call.Query("limit") == "all" ? 0x7fffffff : number("limit", paging.limit);
+  paging.skip = Number(call.Query("skip"), paging.skip);
+  paging.limit = LimitOf(call, paging.limit);
   return paging;
+}
+
+std::size_t LimitOf(const Call& call, std::size_t fallback) {
+  const std::string limit = call.Query("limit");
+  return limit == "all" ? 0x7fffffff : Number(limit, fallback);
 }
 
 std::string PathOfEntry(const TargetForm& form, const std::string& collection, const std::string& id) {

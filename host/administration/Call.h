@@ -75,6 +75,8 @@ struct Paging {
   AccessDirectory::Json Page(std::size_t total, AccessDirectory::Json results) const;
 };
 Paging PagingOf(const Call& call);
+/// "limit" alone, where there is nothing to pass over.
+std::size_t LimitOf(const Call& call, std::size_t fallback);
 
 /// The path of what a new entry is known by, "/access/users/ID"; empty when the normal form of paths cannot carry it.
 std::string PathOfEntry(const TargetForm& form, const std::string& collection, const std::string& id);

@@ -143,7 +143,7 @@ ExitStatus RunLint(const Context& context, const LintOptions& options) {
   }
   const bool is_empty = findings.empty();
   if (context.WantsJson()) {
-    WriteFindings(stored, findings, proofs, [](const std::string& text) { std::cout << text; });
+    WriteFindings(stored, findings, proofs, findings.size(), [](const std::string& text) { std::cout << text; });
   } else {
     const Report report(file, stored, std::move(findings));
     report.Print(options.all);

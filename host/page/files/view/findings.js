@@ -6,7 +6,7 @@ import {code, h, shown, verdictMark} from '../dom.js';
 const shownOfAKind = 20;
 
 export async function render() {
-  const report = await get('/access/findings');
+  const report = await get('/access/findings', {limit: shownOfAKind});
   const {left_out: leftOut, filters} = report.proofs;
   const gap = leftOut === 0 ? null
     : h('p', {class: 'error warn'}, `${leftOut} of ${filters} filters were not held against all targets: that takes longer. perenna-access lint --proof-time does it.`);
@@ -20,8 +20,8 @@ export async function render() {
       const findings = report.findings.filter((finding) => finding.kind === kind.kind);
       return h('section', {},
         h('h2', {}, verdictMark(kind.severity), ' ', kind.kind.replaceAll('-', ' '), ` (${kind.count})`),
-        findings.slice(0, shownOfAKind).map(article),
-        findings.length > shownOfAKind ? h('p', {class: 'dim'}, `and ${findings.length - shownOfAKind} more`) : null);
+        findings.map(article),
+        kind.count > findings.length ? h('p', {class: 'dim'}, `and ${kind.count - findings.length} more`) : null);
     }),
   ];
 }
