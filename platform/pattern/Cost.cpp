@@ -9,6 +9,7 @@
 
 #include "platform/pattern/network/ExpandedSizes.h"
 #include "platform/pattern/network/Network.h"
+#include "Glance.h"
 #include "References.h"
 #include "platform/pattern/states/States.h"
 #include "Tree.h"
@@ -28,101 +29,6 @@ constexpr double ReservedBytes = 4;
 constexpr double ListedSeconds = 5e-9;
 constexpr double ListedBackBytes = 7;
 constexpr double ListedBothWaysSeconds = 13e-9;
-
-/// Sees at a glance that a pattern cannot be costly: short, loops over single characters only, few of them, with
-/// next to nothing behind them that could be either this or that. Its states are then few, whatever the text.
-class Glance {
-public:
-  static bool IsPlain(std::string_view pattern) {
-    if (pattern.size() > MaximumBytes) {
-      return false;
-    }
-    Glance glance;
-    for (std::size_t at = 0; at < pattern.size(); ++at) {
-      if (!glance.Take(pattern, at)) {
-        return false;
-      }
-    }
-    return glance.m_loops <= MaximumLoops && glance.m_choices <= MaximumChoices && glance.m_wild <= MaximumWild &&
-           glance.m_ends <= MaximumEnds;
-  }
-
-private:
-  enum class After : std::uint8_t { Character, Group, Other };
-
-  static constexpr std::size_t MaximumBytes = 200;
-  static constexpr unsigned MaximumLoops = 4;
-  static constexpr unsigned MaximumChoices = 5;
-  static constexpr unsigned MaximumWild = 2;
-  static constexpr unsigned MaximumEnds = 2;
-
-  bool Take(std::string_view pattern, std::size_t& at) {
-    switch (pattern[at]) {
-    case '{':
-      return false;
-    case '^':
-      return at == 0;
-    case '$':
-      ++m_ends;
-      return true;
-    case '(':
-      ++m_choices;
-      m_after = After::Other;
-      return true;
-    case ')':
-      m_after = After::Group;
-      return true;
-    case '*':
-    case '+':
-      ++m_loops;
-      return Repeat(After::Character);
-    case '?':
-      ++m_choices;
-      return m_after == After::Group ? Repeat(After::Group) : Repeat(After::Character);
-    case '[':
-      return SkipList(pattern, at) && TakeWild(pattern, at);
-    case '.':
-      return TakeWild(pattern, at);
-    case '\\':
-      ++at;
-      m_after = After::Character;
-      return at < pattern.size() && std::string_view(".-+*?()[]{}|^$/\\").find(pattern[at]) != std::string_view::npos;
-    default:
-      m_after = After::Character;
-      return true;
-    }
-  }
-
-  bool Repeat(After expected) {
-    const bool fits = m_after == expected;
-    m_after = After::Other;
-    return fits;
-  }
-
-  /// A character of several bytes to choose from: harmless where it is a loop, or where every text comes to it alike.
-  bool TakeWild(std::string_view pattern, std::size_t at) {
-    const char next = at + 1 < pattern.size() ? pattern[at + 1] : '\0';
-    const bool loop = next == '*' || next == '+';
-    m_wild += loop || (m_loops == 0 && m_choices == 0 && next != '?') ? 0 : 1;
-    m_after = After::Character;
-    return true;
-  }
-
-  /// To the list's "]"; false for one with classes.
-  static bool SkipList(std::string_view pattern, std::size_t& at) {
-    at += at + 1 < pattern.size() && pattern[at + 1] == '^' ? 2 : 1;
-    const std::size_t end = pattern.find_first_of("[]", std::min(at + 1, pattern.size()));
-    const bool plain = end != std::string_view::npos && pattern[end] == ']' && pattern[at] != '[';
-    at = end;
-    return plain;
-  }
-
-  After m_after = After::Other;
-  unsigned m_loops = 0;
-  unsigned m_choices = 0;
-  unsigned m_wild = 0;
-  unsigned m_ends = 0;
-};
 
 /// Bytes of the longest match; `SubjectBytes` stands for more too.
 std::size_t LongestMatch(const Tree& tree) {
@@ -238,7 +144,7 @@ Judgement JudgeAnew(std::string_view pattern) {
 Judgement Judge(std::string_view pattern) {
   Judgement judgement;
   pattern = pattern.substr(0, pattern.find('\0'));
-  if (!Glance::IsPlain(pattern) && !Memory::Instance().Find(pattern, judgement)) {
+  if (!IsPlain(pattern) && !Memory::Instance().Find(pattern, judgement)) {
     judgement = JudgeAnew(pattern);
     Memory::Instance().Keep(pattern, judgement);
   }

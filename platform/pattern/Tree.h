@@ -73,7 +73,7 @@ enum class Fault : std::uint8_t {
   None,
   Malformed, ///< the C library refuses it with an explanation of its own
   TooDeep,   ///< more than `MaximumGroupDepth` or `MaximumDepth`
-  TooLong    ///< more than `MaximumElements` nodes
+  TooLong    ///< more than twice `MaximumElements` nodes
 };
 
 /// What a pattern says: the syntax tree of a POSIX extended regular expression (IEEE Std 1003.1, 9.4) as the GNU C

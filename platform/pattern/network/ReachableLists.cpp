@@ -30,7 +30,6 @@ bool ReachableLists::Make(std::size_t& listed, std::size_t& reserved) {
       return false;
     }
   }
-  listed = reserved = 0;
   std::vector<std::uint32_t> seen_from(m_nodes.size(), NoNode);
   for (std::uint32_t node = 0; node < m_nodes.size(); ++node) {
     if (!m_exact[node]) {

@@ -14,8 +14,8 @@ class ReachableLists {
 public:
   explicit ReachableLists(std::vector<Network::Node>& nodes) : m_nodes(nodes) {}
 
-  /// Adds the copies, and says of each node what it lists; `listed` is the sum, `reserved`
-  /// the entries that the C library takes memory for to list them. False when it grows too much.
+  /// Adds the copies, and says of each node what it lists. The sum is added to `listed`, the entries that the C library
+  /// takes memory for to list them to `reserved`. False when it grows too much.
   bool Make(std::size_t& listed, std::size_t& reserved);
 
 private:

@@ -35,12 +35,9 @@ constexpr double HaltNodeSeconds = 0.9e-9;
 constexpr std::size_t MaximumSteps = 27000000; ///< of some 4 ns, to find all states
 
 double SumOfGreatest(std::vector<double>& values, std::size_t count) {
-  if (values.size() > count) {
-    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(count), values.end(),
-                     std::greater<>());
-    values.resize(count);
-  }
-  return std::accumulate(values.begin(), values.end(), 0.0);
+  const auto end = values.begin() + static_cast<std::ptrdiff_t>(std::min(count, values.size()));
+  std::nth_element(values.begin(), end, values.end(), std::greater<>());
+  return std::accumulate(values.begin(), end, 0.0);
 }
 
 bool HaveConditions(const Network& network) {

@@ -19,7 +19,7 @@ Walks::Costs Walks::Costliest() const {
   };
   std::vector<std::uint32_t> seen(m_costs.size(), Unseen);
   std::vector<std::uint32_t> earliest(m_costs.size());
-  std::vector<Costs> behind(m_costs.size());
+  std::vector<double> behind(m_costs.size()); // of each state and what it leads to, what is paid once
   std::vector<std::uint32_t> open;
   std::vector<Visit> visits;
   std::uint32_t count = 0;
@@ -51,7 +51,7 @@ Walks::Costs Walks::Costliest() const {
         continue;
       }
       const auto first = std::find(open.rbegin(), open.rend(), state).base() - 1;
-      Costs all;
+      double once = 0;
       double dearest = 0;
       bool loop = open.end() - first > 1;
       for (auto member = first; member != open.end(); ++member) {
@@ -59,18 +59,20 @@ Walks::Costs Walks::Costliest() const {
         const std::size_t last = *member + 1 < m_begins.size() ? m_begins[*member + 1] : m_ways.size();
         for (std::size_t way = m_begins[*member]; way < last; ++way) {
           loop = loop || m_ways[way] == *member;
-          all.once = std::max(all.once, behind[m_ways[way]].once);
-          all.a_step = std::max(all.a_step, behind[m_ways[way]].a_step);
+          once = std::max(once, behind[m_ways[way]]);
         }
       }
-      (loop ? all.a_step : all.once) = loop ? std::max(all.a_step, dearest) : all.once + dearest;
+      if (loop) {
+        costliest.a_step = std::max(costliest.a_step, dearest);
+      } else {
+        once += dearest;
+      }
       for (auto member = first; member != open.end(); ++member) {
-        behind[*member] = all;
+        behind[*member] = once;
         seen[*member] = Done;
       }
       open.erase(first, open.end());
-      costliest.once = std::max(costliest.once, all.once);
-      costliest.a_step = std::max(costliest.a_step, all.a_step);
+      costliest.once = std::max(costliest.once, once);
     }
   }
   return costliest;

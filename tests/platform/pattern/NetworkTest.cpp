@@ -29,10 +29,11 @@ struct Automaton {
 };
 
 std::string RandomPattern(std::mt19937& random) {
-  static const char* const parts[] = {"a",   "b",   "[ab]",  "^",       "$",         "\\b",      "\\B",   "\\<",
-                                      "\\>", "\\`", "\\'",   "(",       ")",         "(",        ")",     "|",
-                                      "*",   "?",   "{2}",   "{3}+",    "{0,2}",     "{2,}",     "{0,3}", "{0}",
-                                      "()",  "\\1", "(^|b)", "((b|$))", "((a)b{0})", "((a){1})", "($|a)", "(\\b|a){2}"};
+  static const char* const parts[] = {"a",         "b",        "[ab]",  "^",          "$",       "\\b",     "\\B",
+                                      "\\<",       "\\>",      "\\`",   "\\'",        "(",       ")",       "(",
+                                      ")",         "|",        "*",     "?",          "{2}",     "{3}+",    "{0,2}",
+                                      "{2,}",      "{0,3}",    "{0}",   "()",         "\\1",     "(^|b)",   "((b|$))",
+                                      "((a)b{0})", "((a){1})", "($|a)", "(\\b|a){2}", "(a?b?|)", "(a?|b?)?"};
   std::string pattern;
   for (auto length = random() % 12 + 1; length > 0; --length) {
     pattern += parts[random() % std::size(parts)];

@@ -28,11 +28,12 @@ CharacterSet MatchedBytes(const regex_t& regex) {
 } // namespace
 
 TEST(PatternTree, TakesWhatTheLibraryTakes) {
-  const char* const parts[] = {
-      "a",   "(",   ")",         "*",     "+",     "?",   "{",   "}",   "{1}", "{2,}",    "{,2}",    "{0}",
-      "{,}", ",",   "0",         "|",     "^",     "$",   ".",   "[",   "]",   "[a",      "-",       "^]",
-      "[^",  "---", "[:alpha:]", "[=a=]", "[.-.]", "[:",  "\\",  "\\1", "\\2", "/",       "\\b",     "\\<",
-      "\\`", "\\w", "\\W",       "\\s",   "\\S",   "\\0", "\\,", "\n",  "z",   "[[:x:]]", "{32768}", "\xff"};
+  const char* const parts[] = {"a",       "(",       ")",    "*",       "+",         "?",   "{",   "}",   "{1}",
+                               "{2,}",    "{,2}",    "{0}",  "{,}",     ",",         "0",   "|",   "^",   "$",
+                               ".",       "[",       "]",    "[a",      "-",         "^]",  "[^",  "---", "[:alpha:]",
+                               "[=a=]",   "[.-.]",   "[:",   "\\",      "\\1",       "\\2", "/",   "\\b", "\\<",
+                               "\\`",     "\\w",     "\\W",  "\\s",     "\\S",       "\\0", "\\,", "\n",  "z",
+                               "[[:x:]]", "{32768}", "\xff", "{1\\,3}", "{\\0,\\01}"};
   constexpr unsigned Seed = 1;
   std::mt19937 random(Seed); // NOLINT(cert-msc32-c,cert-msc51-cpp): the same every time
   int taken = 0;
@@ -77,6 +78,14 @@ TEST(PatternTree, LiteralBeginningAndTopAlternatives) {
     EXPECT_EQ(tree.LiteralBeginning(), beginning) << pattern;
     EXPECT_EQ(tree.TopAlternatives().size(), alternatives) << pattern;
   }
+}
+
+TEST(PatternTree, HasLimits) {
+  const auto fault = [](const std::string& pattern) { return Tree::Read(pattern).GetFault(); };
+  EXPECT_EQ(fault("(ab)" + std::string(499, '*')), Fault::None);
+  EXPECT_EQ(fault("(ab)" + std::string(500, '*')), Fault::TooDeep);
+  EXPECT_EQ(fault(std::string(199999, 'a')), Fault::None); // with their concatenation
+  EXPECT_EQ(fault(std::string(200000, 'a')), Fault::TooLong);
 }
 
 TEST(PatternTree, EscapesHaveTheirPlaces) {

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string_view>
 
-#include "Tree.h"
+#include "platform/pattern/Tree.h"
 
 namespace Perenna::Pattern {
 

@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include "Tree.h"
+#include "platform/pattern/Tree.h"
 
 namespace Perenna::Pattern {
 

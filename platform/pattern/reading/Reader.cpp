@@ -3,7 +3,7 @@
 #include "BracketList.h"
 #include "Bounds.h"
 #include "Escapes.h"
-#include "Tree.h"
+#include "platform/pattern/Tree.h"
 
 namespace Perenna::Pattern {
 
