@@ -1,5 +1,6 @@
 #include "directory/explain/WhoMay.h"
 
+#include <algorithm>
 #include <map>
 #include <unordered_map>
 
@@ -133,9 +134,11 @@ std::vector<UserVerdict> WhoMay(Database& database, const Perenna::HTTPRequest& 
   return verdicts;
 }
 
-Json WhoJson(const Perenna::HTTPRequest& request, Verdicts wanted, const std::vector<UserVerdict>& verdicts) {
+Json WhoJson(const Perenna::HTTPRequest& request, Verdicts wanted, const std::vector<UserVerdict>& verdicts,
+             std::size_t limit) {
   Json users = Json::array();
-  for (const UserVerdict& verdict : verdicts) {
+  for (std::size_t index = 0; index < std::min(limit, verdicts.size()); ++index) {
+    const UserVerdict& verdict = verdicts[index];
     Json user = {{"user_id", JsonText(verdict.user_id)}, {"decider", verdict.decider.ToJson()}};
     if (wanted == Verdicts::Refused) {
       user["undecided"] = verdict.undecided;

@@ -39,7 +39,8 @@ enum class Verdicts {
 std::vector<UserVerdict> WhoMay(Database& database, const Perenna::HTTPRequest& request, Verdicts wanted);
 
 /// {"method", "url", "allowed", "total", "users": [{"user_id", "decider"}]}, of refused ones also "undecided" and
-/// "overruled": as the tool and the host show it.
-Json WhoJson(const Perenna::HTTPRequest& request, Verdicts wanted, const std::vector<UserVerdict>& verdicts);
+/// "overruled": as the tool and the host show it. The first `limit` users are listed, "total" counts all.
+Json WhoJson(const Perenna::HTTPRequest& request, Verdicts wanted, const std::vector<UserVerdict>& verdicts,
+             std::size_t limit);
 
 } // namespace AccessDirectory

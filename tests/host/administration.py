@@ -159,6 +159,7 @@ def table(host):
         ("GET", "/access/filters", None, 200, {"total": 9}),
         ("GET", "/access/check?user_id=alice&method=GET&url=/articles/7", None, 200, {"allowed": True, "reason": "Allow of group"}),
         ("GET", "/access/check?user_id=alice&method=GET", None, 400, {"detail": "url"}),
+        ("GET", "/access/who?method=GET&url=/articles/7&limit=0", None, 200, {"total": 1, "users": r"^\[\]$"}),
         ("GET", "/access/who?method=GET&url=/articles/7", None, 200, {"total": 1, "users": "alice"}),
         ("GET", "/access/methods?user_id=alice&url=/articles/7", None, 200, {"methods": "GET"}),
         ("GET", "/access/findings?limit=0", None, 200, {"problems": "[1-9]", "findings": r"^\[\]$"}),

@@ -49,7 +49,8 @@ Reply Who(Call& call) {
   const Perenna::HTTPRequest request(AccessDirectory::KnownMethod(call.Query("method")), call.Query("url"));
   const Verdicts wanted = call.Flag("refused") ? Verdicts::Refused : Verdicts::Allowed;
   Database database(call.File(), Database::Access::Read);
-  return {200, WhoJson(request, wanted, WhoMay(database, request, wanted))};
+  const auto verdicts = WhoMay(database, request, wanted);
+  return {200, WhoJson(request, wanted, verdicts, LimitOf(call, verdicts.size()))};
 }
 
 Reply Methods(Call& call) {

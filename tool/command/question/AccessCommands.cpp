@@ -47,7 +47,7 @@ ExitStatus Who(const Context& context, const WhoOptions& options) {
   Database database(context.DatabaseFile(), Database::Access::Read);
   const std::vector<UserVerdict> verdicts = WhoMay(database, request, wanted);
   if (context.WantsJson()) {
-    PrintJson(WhoJson(request, wanted, verdicts));
+    PrintJson(WhoJson(request, wanted, verdicts, verdicts.size()));
   } else {
     PrintVerdicts(verdicts, wanted);
   }

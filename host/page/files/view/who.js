@@ -12,11 +12,11 @@ export async function render({query}) {
   return [
     form({}, async ({method, url, which}) => {
       const refused = which === 'refused by a Deny';
-      const who = await get('/access/who', {method, url, refused});
+      const who = await get('/access/who', {method, url, refused, limit: shownUsers});
       const headings = ['User', 'Filter that decides', 'Pattern', 'Group', ...(refused ? ['Else allowed by'] : [])];
       result.replaceChildren(
         h('p', {}, `${who.total} ${who.total === 1 ? 'user' : 'users'}${who.total > shownUsers ? `, of whom ${shownUsers} are shown` : ''}.`),
-        who.total === 0 ? '' : table(`Who is ${which} ${method} ${url}`, headings, who.users.slice(0, shownUsers).map((user) => [
+        who.total === 0 ? '' : table(`Who is ${which} ${method} ${url}`, headings, who.users.map((user) => [
           h('a', {href: `#/check?${new URLSearchParams({user: shown(user.user_id), method, url})}`}, shown(user.user_id)),
           verdictMark(shown(user.decider.action)), code(user.decider.filter), shown(user.decider.group_id),
           ...(refused ? [user.overruled ? shown(user.overruled.group_id) : '–'] : [])])));
