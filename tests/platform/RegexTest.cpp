@@ -102,6 +102,7 @@ TEST(RegularExpressions, RuinousOnesAreNotCompiled) {
       {"(a*)\\1", anywhere},
       {"(a*)/\\1x", anywhere}, // 7 s
       {"^/((a?b)+)/\\1$", anywhere},
+      {"^/([a-z]+)b/\\1$", anywhere},
       {"^.*/([a-z]+)/\\1$", anywhere}};
   for (const auto& [pattern, reason] : cases) {
     ExpectRefused(pattern, "too costly: " + reason, RegularExpression::Outcome::Undecided);

@@ -167,19 +167,15 @@ bool ReachableLists::ListFrom(std::uint32_t start) {
   return true;
 }
 
-bool ReachableLists::Copy(std::uint32_t origin, std::uint8_t conditions, std::uint32_t& copy) {
-  if (m_nodes.size() >= MaximumNodes) {
-    return false;
-  }
+std::uint32_t ReachableLists::Copy(std::uint32_t origin, std::uint8_t conditions) {
   Network::Node node = m_nodes[origin];
   node.origin = origin;
   node.repeated = true;
   node.conditions |= conditions;
-  copy = static_cast<std::uint32_t>(m_nodes.size());
   m_nodes.push_back(node);
   m_state.push_back(State::Unknown);
   m_exact.push_back(false);
-  return true;
+  return static_cast<std::uint32_t>(m_nodes.size() - 1);
 }
 
 /// The latest of the copies made without a break that has exactly these conditions.
@@ -206,11 +202,10 @@ bool ReachableLists::CopyBehind(std::uint32_t assertion) {
     Path path = paths.back();
     paths.pop_back();
     for (bool more = true; more;) {
-      if (!TakeSteps(1)) {
+      if (!TakeSteps(1) || m_nodes.size() > MaximumNodes) {
         return false;
       }
       const Network::Node origin = m_nodes[path.origin];
-      std::uint32_t copy = NoNode;
       if (origin.ways == 0) {
         break;
       }
@@ -219,30 +214,23 @@ bool ReachableLists::CopyBehind(std::uint32_t assertion) {
           break; // a loop back to the assertion: the copy keeps its way
         }
         path.conditions |= origin.conditions;
-        if (!Copy(origin.next[0], path.conditions, copy)) {
-          return false;
-        }
+        const std::uint32_t copy = Copy(origin.next[0], path.conditions);
         m_nodes[path.copy].next[0] = copy;
         path = {origin.next[0], copy, path.conditions, false};
         continue;
       }
       if (!path.second_way) {
-        copy = FindCopy(origin.next[0], path.conditions);
-        const bool known = copy != NoNode;
-        if (!known && !Copy(origin.next[0], path.conditions, copy)) {
-          return false;
-        }
+        const std::uint32_t known = FindCopy(origin.next[0], path.conditions);
+        const std::uint32_t copy = known != NoNode ? known : Copy(origin.next[0], path.conditions);
         m_nodes[path.copy].next[0] = copy;
-        if (!known) {
+        if (known == NoNode) {
           path.second_way = true;
           paths.push_back(path);
           path = {origin.next[0], copy, path.conditions, false};
           continue;
         }
       }
-      if (!Copy(origin.next[1], path.conditions, copy)) {
-        return false;
-      }
+      const std::uint32_t copy = Copy(origin.next[1], path.conditions);
       m_nodes[path.copy].next[1] = copy;
       path = {origin.next[1], copy, path.conditions, false};
     }

@@ -26,7 +26,7 @@ private:
   bool AddUp(std::uint32_t index);
   bool TakeSteps(std::size_t steps);
   bool ListFrom(std::uint32_t start);
-  bool Copy(std::uint32_t origin, std::uint8_t conditions, std::uint32_t& copy);
+  std::uint32_t Copy(std::uint32_t origin, std::uint8_t conditions);
   std::uint32_t FindCopy(std::uint32_t origin, std::uint8_t conditions);
   bool CopyBehind(std::uint32_t assertion);
 

@@ -17,6 +17,9 @@ Walks::Costs Walks::Costliest() const {
     std::uint32_t state;
     std::size_t way;
   };
+  const auto end_of = [this](std::size_t state) {
+    return state + 1 < m_begins.size() ? m_begins[state + 1] : m_ways.size();
+  };
   std::vector<std::uint32_t> seen(m_costs.size(), Unseen);
   std::vector<std::uint32_t> earliest(m_costs.size());
   std::vector<double> behind(m_costs.size()); // of each state and what it leads to, what is paid once
@@ -35,8 +38,7 @@ Walks::Costs Walks::Costliest() const {
         seen[state] = earliest[state] = ++count;
         open.push_back(state);
       }
-      const std::size_t end = state + 1 < m_begins.size() ? m_begins[state + 1] : m_ways.size();
-      if (visit.way < end) {
+      if (visit.way < end_of(state)) {
         const std::uint32_t to = m_ways[visit.way];
         if (seen[to] == Unseen) {
           visits.push_back({to, m_begins[to]}); // and looks at this way again
@@ -56,8 +58,7 @@ Walks::Costs Walks::Costliest() const {
       bool loop = open.end() - first > 1;
       for (auto member = first; member != open.end(); ++member) {
         dearest = std::max(dearest, m_costs[*member]);
-        const std::size_t last = *member + 1 < m_begins.size() ? m_begins[*member + 1] : m_ways.size();
-        for (std::size_t way = m_begins[*member]; way < last; ++way) {
+        for (std::size_t way = m_begins[*member]; way < end_of(*member); ++way) {
           loop = loop || m_ways[way] == *member;
           once = std::max(once, behind[m_ways[way]]);
         }

@@ -12,7 +12,7 @@ TEST(PatternGlance, KnowsPlainPatterns) {
   const std::string longest(200, 'a');
   for (const std::string& pattern :
        {std::string(), std::string("^/articles/[0-9]+$"), std::string("^/a(/|$)"), std::string("a*b+c*d+"),
-        std::string("(a)(b)?(c)(d)"), std::string("a*[ab]b.c"), std::string("a*[^b]*.+c[d].e"),
+        std::string("(a)(b)?(c)(d)"), std::string("a*[ab]b.c.*"), std::string("a*[^b]*.+c[d].e"),
         std::string("..[a].\\.?\\$"), std::string("a$|b$"), std::string("[]a][^]b]"), longest}) {
     EXPECT_TRUE(IsPlain(pattern)) << pattern;
   }

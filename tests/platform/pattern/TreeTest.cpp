@@ -57,6 +57,15 @@ TEST(PatternTree, TakesWhatTheLibraryTakes) {
     }
   }
   EXPECT_GT(taken, 1000);
+  for (const char* const name :
+       {"alnum", "alpha", "blank", "cntrl", "digit", "graph", "lower", "print", "punct", "space", "upper", "xdigit"}) {
+    regex_t regex;
+    const std::string list = std::string("[[:") + name + ":]]";
+    ASSERT_EQ(regcomp(&regex, list.c_str(), REG_EXTENDED | REG_NEWLINE), 0);
+    const Tree tree = Tree::Read(list);
+    EXPECT_EQ(tree.Characters(tree[tree.Root()]), MatchedBytes(regex)) << list;
+    regfree(&regex);
+  }
 }
 
 TEST(PatternTree, LiteralBeginningAndTopAlternatives) {
@@ -84,6 +93,8 @@ TEST(PatternTree, HasLimits) {
   const auto fault = [](const std::string& pattern) { return Tree::Read(pattern).GetFault(); };
   EXPECT_EQ(fault("(ab)" + std::string(499, '*')), Fault::None);
   EXPECT_EQ(fault("(ab)" + std::string(500, '*')), Fault::TooDeep);
+  EXPECT_EQ(fault("(a)()()()()()()()()\\9"), Fault::None);
+  EXPECT_EQ(fault("(a)()()()()()()()\\9"), Fault::Malformed);
   EXPECT_EQ(fault(std::string(199999, 'a')), Fault::None); // with their concatenation
   EXPECT_EQ(fault(std::string(200000, 'a')), Fault::TooLong);
 }
@@ -146,4 +157,5 @@ TEST(PatternBegin, NeverContradictsTheLibrary) {
   EXPECT_FALSE(differs("^/a", "/ab") || differs("^/a|/b", "/b") || differs("^b", "a\nb"));
   EXPECT_FALSE(differs("^/a(", "/b") || differs("^x.*a.{4000}b", "/b")); // to be reported
   EXPECT_EQ(CompareBeginning("^/a/[0-9]+$", "/a/b").pattern_bytes, 4U);
+  EXPECT_EQ(CompareBeginning("^/a/b?c", "/a/c").pattern_bytes, 4U);
 }
