@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <string>
 
@@ -131,10 +132,8 @@ void SetDefaultLogDebug(bool enabled) noexcept {
 
 void FatalPrecondition(const char* text, const char* file, int line) noexcept {
   std::array<char, 512> message{};
-  const int length = std::snprintf(message.data(), message.size(), "fatal: %s (%s:%d)\n", text, file, line);
-  if (length > 0) {
-    WriteStandardError(message.data(), std::min(static_cast<std::size_t>(length), message.size() - 1));
-  }
+  static_cast<void>(std::snprintf(message.data(), message.size(), "fatal: %s (%s:%d)\n", text, file, line));
+  WriteStandardError(message.data(), std::strlen(message.data()));
   std::abort();
 }
 

@@ -65,8 +65,8 @@ struct Node {
 /// elsewhere `byte` is the one that it escapes.
 struct Escape {
   Span span;
-  char byte = '\0';
-  bool in_bracket_list = false;
+  char byte;
+  bool in_bracket_list;
 };
 
 enum class Fault : std::uint8_t {

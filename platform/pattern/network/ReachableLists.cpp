@@ -24,7 +24,6 @@ bool AreApart(const Network::Node& one, const Network::Node& other) {
 
 bool ReachableLists::Make(std::size_t& listed, std::size_t& reserved) {
   m_state.assign(m_nodes.size(), State::Unknown);
-  m_exact.assign(m_nodes.size(), false);
   for (std::uint32_t node = 0; node < m_nodes.size(); ++node) {
     if (m_state[node] == State::Unknown && !ListFrom(node)) {
       return false;
@@ -32,7 +31,7 @@ bool ReachableLists::Make(std::size_t& listed, std::size_t& reserved) {
   }
   std::vector<std::uint32_t> seen_from(m_nodes.size(), NoNode);
   for (std::uint32_t node = 0; node < m_nodes.size(); ++node) {
-    if (!m_exact[node]) {
+    if (m_state[node] != State::Counted) {
       Count(node, seen_from);
     }
     listed += m_nodes[node].listed;
@@ -96,7 +95,7 @@ bool ReachableLists::AddUp(std::uint32_t index) {
   for (std::uint8_t way = 0; way < node.ways; ++way) {
     const Network::Node& next = m_nodes[node.next[way]];
     const bool apart = index < next.lowest || index > next.highest;
-    if (!m_exact[node.next[way]] || !apart || (way == 1 && !AreApart(m_nodes[node.next[0]], next))) {
+    if (m_state[node.next[way]] != State::Counted || !apart || (way == 1 && !AreApart(m_nodes[node.next[0]], next))) {
       return false;
     }
     listed += next.listed;
@@ -140,22 +139,23 @@ bool ReachableLists::ListFrom(std::uint32_t start) {
     const Network::Node& node = m_nodes[visit.node];
     if (visit.way < node.ways) {
       const std::uint32_t next = node.next[visit.way++];
-      if (m_state[next] == State::Listing) {
+      if (m_state[next] == State::Unknown) {
+        if (!enter(next)) {
+          return false;
+        }
+      } else if (m_state[next] == State::Listing) {
         visit.incomplete = true;
-      } else if (m_state[next] == State::Listed) {
+      } else {
         visit.size += m_nodes[next].listed;
-      } else if (m_state[next] == State::Unknown && !enter(next)) {
-        return false;
       }
       continue;
     }
     const Visit done = visit;
     visits.pop_back();
     const bool unknown = done.incomplete && !visits.empty();
-    m_state[done.node] = unknown ? State::Unknown : State::Listed;
     const std::size_t size = std::min(done.size, m_nodes.size());
     m_nodes[done.node].listed = static_cast<std::uint32_t>(size);
-    m_exact[done.node] = !unknown && AddUp(done.node);
+    m_state[done.node] = unknown ? State::Unknown : AddUp(done.node) ? State::Counted : State::Listed;
     if (!TakeSteps(size / EntriesAStep)) {
       return false;
     }
@@ -174,7 +174,6 @@ std::uint32_t ReachableLists::Copy(std::uint32_t origin, std::uint8_t conditions
   node.conditions |= conditions;
   m_nodes.push_back(node);
   m_state.push_back(State::Unknown);
-  m_exact.push_back(false);
   return static_cast<std::uint32_t>(m_nodes.size() - 1);
 }
 

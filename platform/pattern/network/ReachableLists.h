@@ -19,7 +19,8 @@ public:
   bool Make(std::size_t& listed, std::size_t& reserved);
 
 private:
-  enum class State : std::uint8_t { Unknown, Listing, Listed };
+  /// What is known of the size of a node's list: of one that is `Listed` an upper bound.
+  enum class State : std::uint8_t { Unknown, Listing, Listed, Counted };
 
   void Count(std::uint32_t start, std::vector<std::uint32_t>& seen_from);
   std::size_t Reserved(const Network::Node& node) const;
@@ -32,7 +33,6 @@ private:
 
   std::vector<Network::Node>& m_nodes;
   std::vector<State> m_state;
-  std::vector<bool> m_exact; ///< whether what is said of a node is exact
   std::vector<std::uint32_t> m_pending;
   std::size_t m_steps = 0;
 };

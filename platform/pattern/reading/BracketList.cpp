@@ -78,79 +78,76 @@ public:
   }
 
 private:
-  enum class Item { Byte, Class };
+  /// A byte, which a range may begin or end with, or what has been added to the set already.
+  struct Element {
+    bool is_byte;
+    unsigned char byte;
+  };
 
-  bool AtEnd(std::size_t ahead = 0) const { return m_position + ahead >= m_text.size(); }
-  char Peek(std::size_t ahead = 0) const { return AtEnd(ahead) ? '\0' : m_text[m_position + ahead]; }
+  bool AtEnd() const { return m_position >= m_text.size(); }
+  char Peek(std::size_t ahead = 0) const {
+    return m_position + ahead < m_text.size() ? m_text[m_position + ahead] : '\0';
+  }
 
   /// A single byte, class or range.
   bool ReadItem(bool first) {
-    unsigned char low = 0;
-    Item item = Item::Byte;
     // "-" that is neither first nor last nor the end of a range is an error.
     if (Peek() == '-' && !first && Peek(1) != ']') {
       return false;
     }
-    if (!ReadElement(item, low)) {
-      return false;
-    }
-    if (item == Item::Class) {
-      return !AtEnd();
+    const std::optional<Element> low = ReadElement();
+    if (!low || !low->is_byte) {
+      return low.has_value();
     }
     if (Peek() != '-' || Peek(1) == ']') {
-      m_set.set(low);
-      return !AtEnd();
+      m_set.set(low->byte);
+      return true;
     }
     ++m_position;
-    unsigned char high = 0;
-    if (AtEnd() || !ReadElement(item, high) || item == Item::Class || low > high) {
+    const std::optional<Element> high = ReadElement();
+    if (!high || !high->is_byte || low->byte > high->byte) {
       return false;
     }
-    for (std::size_t byte = low; byte <= high; ++byte) {
+    for (std::size_t byte = low->byte; byte <= high->byte; ++byte) {
       m_set.set(byte);
     }
-    return !AtEnd();
-  }
-
-  bool ReadElement(Item& item, unsigned char& byte) {
-    if (AtEnd()) {
-      return false;
-    }
-    item = Item::Byte;
-    const char kind = Peek() == '[' ? Peek(1) : '\0';
-    if (kind == '.' || kind == '=' || kind == ':') {
-      return ReadNamed(kind, item, byte);
-    }
-    byte = static_cast<unsigned char>(Peek());
-    ++m_position;
     return true;
   }
 
+  std::optional<Element> ReadElement() {
+    if (AtEnd()) {
+      return std::nullopt;
+    }
+    const char kind = Peek() == '[' ? Peek(1) : '\0';
+    if (kind == '.' || kind == '=' || kind == ':') {
+      return ReadNamed(kind);
+    }
+    return Element{true, static_cast<unsigned char>(m_text[m_position++])};
+  }
+
   /// "[:name:]", "[.byte.]" or "[=byte=]".
-  bool ReadNamed(char kind, Item& item, unsigned char& byte) {
+  std::optional<Element> ReadNamed(char kind) {
     const std::size_t begin = m_position + 2;
     const std::string_view closing = kind == ':' ? ":]" : kind == '.' ? ".]" : "=]";
     const std::size_t end = m_text.find(closing, begin);
     if (end == std::string_view::npos || end - begin > MaximumNameBytes) {
-      return false;
+      return std::nullopt;
     }
     const std::string_view name = m_text.substr(begin, end - begin);
     m_position = end + 2;
     if (kind == ':') {
-      item = Item::Class;
       const auto characters = CharacterClass(name);
       m_set |= characters.value_or(CharacterSet());
-      return characters.has_value();
+      return characters ? std::optional(Element{false, 0}) : std::nullopt;
     }
     if (name.size() != 1) {
-      return false;
+      return std::nullopt;
     }
-    byte = static_cast<unsigned char>(name.front());
+    const auto byte = static_cast<unsigned char>(name.front());
     if (kind == '=') {
-      item = Item::Class; // cannot begin or end a range
       m_set.set(byte);
     }
-    return true;
+    return Element{kind == '.', byte};
   }
 
   std::string_view m_text;

@@ -21,7 +21,7 @@ public:
   explicit Reader(std::string_view text) : m_text(text.substr(0, text.find('\0'))) {}
 
   Tree Read() {
-    m_open.push_back({});
+    m_open.push_back({0, 0, 0, 0, 0, 0, 0});
     while (m_position < m_text.size() && m_tree.m_fault == Fault::None) {
       ReadNext();
     }
@@ -39,13 +39,13 @@ public:
 private:
   /// An open group, or the whole. Its alternatives and then the items of the last one lie on `m_items`.
   struct Open {
-    std::uint32_t begin = 0;
-    std::uint32_t number = 0;
-    std::size_t alternatives = 0; ///< index of the first in `m_items`
-    std::size_t items = 0;        ///< index of the last alternative's first item
-    std::uint32_t item_begin = 0; ///< where the last alternative's text begins
-    std::uint32_t completed_before = 0;
-    std::uint32_t completed_by_others = 0;
+    std::uint32_t begin;
+    std::uint32_t number;
+    std::size_t alternatives; ///< index of the first in `m_items`
+    std::size_t items;        ///< index of the last alternative's first item
+    std::uint32_t item_begin; ///< where the last alternative's text begins
+    std::uint32_t completed_before;
+    std::uint32_t completed_by_others;
   };
 
   std::uint32_t At() const { return static_cast<std::uint32_t>(m_position); }
@@ -198,14 +198,9 @@ private:
       Fail(Fault::TooDeep);
       return;
     }
-    Open group;
-    group.begin = At();
+    const std::uint32_t begin = At();
     ++m_position;
-    group.number = ++m_tree.m_groups;
-    group.alternatives = group.items = m_items.size();
-    group.item_begin = At();
-    group.completed_before = m_completed;
-    m_open.push_back(group);
+    m_open.push_back({begin, ++m_tree.m_groups, m_items.size(), m_items.size(), At(), m_completed, 0});
   }
 
   NodeIndex EndGroup() {

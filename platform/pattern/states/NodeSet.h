@@ -8,8 +8,8 @@ namespace Perenna::Pattern {
 
 /// Nodes of a network, 64 to a word, of which only those that hold some are there.
 struct NodeWord {
-  std::uint32_t index = 0;
-  std::uint64_t nodes = 0;
+  std::uint32_t index;
+  std::uint64_t nodes;
 };
 
 /// A set of nodes that is made as the C library makes one: of the lists of one node after the other, each merged into

@@ -33,12 +33,9 @@ bool StateTable::IsSame(const State& one, const State& other) const {
 }
 
 std::uint32_t StateTable::Add(const NodeSet& nodes, const std::vector<std::uint64_t>& kept, Context context) {
-  State state;
-  state.begin = m_words.size();
-  state.context = context;
+  const std::size_t begin = m_words.size();
   nodes.AppendTo(m_words, kept);
-  state.words = m_words.size() - state.begin;
-  state.hash = Mixed(static_cast<std::uint64_t>(context) + 1);
+  State state{begin, m_words.size() - begin, Mixed(static_cast<std::uint64_t>(context) + 1), context};
   for (std::size_t place = state.begin; place < m_words.size(); ++place) {
     state.hash = Mixed(state.hash + m_words[place].index + m_words[place].nodes * 0x9E3779B97F4A7C15U);
   }

@@ -17,10 +17,10 @@ constexpr std::uint32_t NoState = UINT32_MAX;
 class StateTable {
 public:
   struct State {
-    std::size_t begin = 0; ///< in the words of all
-    std::size_t words = 0;
-    std::uint64_t hash = 0;
-    Context context = Context::Other;
+    std::size_t begin; ///< in the words of all
+    std::size_t words;
+    std::uint64_t hash;
+    Context context;
   };
 
   StateTable();

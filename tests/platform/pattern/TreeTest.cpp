@@ -93,6 +93,7 @@ TEST(PatternTree, HasLimits) {
   const auto fault = [](const std::string& pattern) { return Tree::Read(pattern).GetFault(); };
   EXPECT_EQ(fault("(ab)" + std::string(499, '*')), Fault::None);
   EXPECT_EQ(fault("(ab)" + std::string(500, '*')), Fault::TooDeep);
+  EXPECT_EQ(fault("(a" + std::string(300, '*') + "b)" + std::string(300, '*')), Fault::TooDeep);
   EXPECT_EQ(fault("(a)()()()()()()()()\\9"), Fault::None);
   EXPECT_EQ(fault("(a)()()()()()()()\\9"), Fault::Malformed);
   EXPECT_EQ(fault(std::string(199999, 'a')), Fault::None); // with their concatenation
