@@ -34,6 +34,13 @@ template <class Attempt> int RetryWhileLocked(const char* what, Attempt attempt)
   return rc;
 }
 
+/// A typed read is not examined: malformed text is bound as zero.
+template <class T> T ValueOf(const PListData& item) {
+  T value{};
+  item.GetValue(value);
+  return value;
+}
+
 } // namespace
 
 void pn_sqlite3_close(sqlite3*& db) noexcept {
@@ -200,7 +207,6 @@ Tarn::Result_t SimpleQuery::Exec(const PListDict& dict) {
 
 /// Binds one scalar by its kind and returns the SQLite status; `refusal` becomes a failure when it cannot be bound.
 int SimpleQuery::BindItem(int index, const PListData& item, Tarn::ByteString& blob, Tarn::Result_t& refusal) {
-  // The results of the typed reads are not examined: malformed text is bound as zero, or as no bytes.
   switch (item.GetType()) {
   case IT_STRING:
   case IT_DATE:
@@ -209,21 +215,12 @@ int SimpleQuery::BindItem(int index, const PListData& item, Tarn::ByteString& bl
     return sqlite3_bind_text(m_StmtHandle, index, "true", -1, SQLITE_STATIC);
   case IT_FALSE:
     return sqlite3_bind_text(m_StmtHandle, index, "false", -1, SQLITE_STATIC);
-  case IT_INT: {
-    int value = 0;
-    item.GetValue(value);
-    return sqlite3_bind_int(m_StmtHandle, index, value);
-  }
-  case IT_INT64: {
-    long long value = 0;
-    item.GetValue(value);
-    return sqlite3_bind_int64(m_StmtHandle, index, value);
-  }
-  case IT_REAL: {
-    double value = 0;
-    item.GetValue(value);
-    return sqlite3_bind_double(m_StmtHandle, index, value);
-  }
+  case IT_INT:
+    return sqlite3_bind_int(m_StmtHandle, index, ValueOf<int>(item));
+  case IT_INT64:
+    return sqlite3_bind_int64(m_StmtHandle, index, ValueOf<long long>(item));
+  case IT_REAL:
+    return sqlite3_bind_double(m_StmtHandle, index, ValueOf<double>(item));
   case IT_DATA: {
     const auto capacity = static_cast<unsigned>(std::min<std::size_t>(item.GetValue().size(), UINT_MAX));
     if (const Tarn::Result_t grown = blob.Capacity(capacity); grown.Failed()) {

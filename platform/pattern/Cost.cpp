@@ -1,15 +1,11 @@
 #include "Cost.h"
 
 #include <algorithm>
-#include <functional>
-#include <map>
-#include <mutex>
-#include <new>
-#include <string>
 
 #include "platform/pattern/network/ExpandedSizes.h"
 #include "platform/pattern/network/Network.h"
 #include "Glance.h"
+#include "JudgementCache.h"
 #include "References.h"
 #include "platform/pattern/states/States.h"
 #include "Tree.h"
@@ -74,46 +70,11 @@ const char* JudgeTree(const Tree& tree) {
   return "a text can match parts of it in too many ways at once";
 }
 
-/// What has been judged, for all threads: a filter's pattern comes up with every request. Bounded, and begun anew when
-/// it is full. Never destroyed, since patterns may be judged while the process ends.
-class Memory {
-public:
-  static Memory& Instance() {
-    static auto& memory = *new Memory; // NOLINT(cppcoreguidelines-owning-memory)
-    return memory;
-  }
-
-  bool Find(std::string_view pattern, Judgement& judgement) {
-    const std::lock_guard<std::mutex> hold(m_Lock);
-    const auto found = m_Judged.find(pattern);
-    if (found == m_Judged.end()) {
-      return false;
-    }
-    judgement = found->second;
-    return true;
-  }
-
-  void Keep(std::string_view pattern, const Judgement& judgement) noexcept {
-    if (pattern.size() > MaximumBytes) {
-      return;
-    }
-    const std::lock_guard<std::mutex> hold(m_Lock);
-    if (m_Judged.size() == MaximumPatterns) {
-      m_Judged.clear();
-    }
-    try {
-      m_Judged.emplace(pattern, judgement);
-    } catch (const std::bad_alloc&) { // NOLINT(bugprone-empty-catch): it is judged again, then
-    }
-  }
-
-private:
-  static constexpr std::size_t MaximumPatterns = 4096;
-  static constexpr std::size_t MaximumBytes = 500;
-
-  std::mutex m_Lock;
-  std::map<std::string, Judgement, std::less<>> m_Judged;
-};
+/// What has been judged, for all threads. Never destroyed, since patterns may be judged while the process ends.
+JudgementCache& Judged() {
+  static auto& judged = *new JudgementCache; // NOLINT(cppcoreguidelines-owning-memory)
+  return judged;
+}
 
 Judgement JudgeAnew(std::string_view pattern) {
   Judgement judgement;
@@ -144,9 +105,9 @@ Judgement JudgeAnew(std::string_view pattern) {
 Judgement Judge(std::string_view pattern) {
   Judgement judgement;
   pattern = pattern.substr(0, pattern.find('\0'));
-  if (!IsPlain(pattern) && !Memory::Instance().Find(pattern, judgement)) {
+  if (!IsPlain(pattern) && !Judged().Find(pattern, judgement)) {
     judgement = JudgeAnew(pattern);
-    Memory::Instance().Keep(pattern, judgement);
+    Judged().Keep(pattern, judgement);
   }
   return judgement;
 }

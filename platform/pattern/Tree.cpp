@@ -22,14 +22,14 @@ std::vector<NodeIndex> Tree::TopAlternatives() const {
 }
 
 std::string Tree::LiteralBeginning() const {
-  std::string beginning;
   if (m_fault != Fault::None || m_nodes[m_root].kind != Kind::Concatenation) {
-    return beginning;
+    return {};
   }
   NodeIndex index = m_nodes[m_root].first_child;
   if (m_nodes[index].kind != Kind::Assertion || m_nodes[index].assertion != Assertion::LineBegin) {
-    return beginning;
+    return {};
   }
+  std::string beginning;
   while ((index = m_nodes[index].next_sibling) != NoNode && m_nodes[index].kind == Kind::Literal) {
     beginning += static_cast<char>(m_nodes[index].byte);
   }

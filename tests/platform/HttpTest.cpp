@@ -30,4 +30,6 @@ TEST(HeaderNames, OrderWithoutLetterCase) {
   HeaderSet headers{{"Accept", "first"}};
   EXPECT_FALSE(headers.insert({"ACCEPT", "second"}).second);
   EXPECT_EQ(headers.at("accept"), "first");
+  const BasicRestEntryCall call(METH_GET);
+  EXPECT_TRUE(call.TargetUrl.m_Empty && call.TargetUrl.Port == 0 && !call.TargetUrl.HasQueryToken);
 }

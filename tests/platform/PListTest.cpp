@@ -140,6 +140,7 @@ TEST(Json, EveryKindHasItsForm) {
     EXPECT_EQ(Encode(*item), json);
   }
   EXPECT_EQ(Encode(PListData(IT_INT, "1,\"x\":2")), R"("1,\"x\":2")") << "no way out of the text";
+  EXPECT_EQ(Encode(PListItem(IT_NULL)), "null");
   EXPECT_EQ(Encode(PListData(IT_STRING, "\xff")), "\"\xef\xbf\xbd\"");
   EXPECT_EQ(Encode(PListData(IT_DATE, "2026-01-31")), "\"2026-01-31\"");
   EXPECT_EQ(Encode(PListData(IT_REAL, "3")), "3.0") << "stays a real";

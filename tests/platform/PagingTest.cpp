@@ -22,6 +22,7 @@ void ExpectPage(const Case& page, const std::vector<int>& statuses) {
   Sqlite3::SimpleQuery query(database.Handle(), "WITH RECURSIVE t(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM t WHERE "
                                                 "x < 7) SELECT answer(x) AS x FROM t WHERE x <= CAST(? AS INT)");
   PagedResults::ResultState state(page.default_limit);
+  EXPECT_TRUE(!state.HasRows && state.Skip == 0 && state.Limit < 0);
   state.Skip = page.skip;
   state.Limit = page.limit;
   state.HasRows = query.Exec(std::to_string(page.rows)) == Tarn::RESULT_OK;

@@ -143,7 +143,6 @@ private:
   void ReadList(std::uint32_t begin) {
     ++m_position;
     const auto set = ReadBracketList(m_text, m_position);
-    m_position = std::min(m_position, m_text.size());
     for (std::size_t at = begin; at < m_position; ++at) {
       if (m_text[at] == '\\') {
         const auto place = static_cast<std::uint32_t>(at);

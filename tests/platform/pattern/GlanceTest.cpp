@@ -1,12 +1,14 @@
-// Which patterns need no estimate: a wrong "yes" lets a costly one through, a wrong "no" makes each start slow.
+// Which patterns need no estimate, or had theirs: a wrong "yes" lets a costly one through, a wrong "no" makes each
+// decision slow.
 
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "platform/pattern/Glance.h"
+#include "platform/pattern/JudgementCache.h"
 
-using Perenna::Pattern::IsPlain;
+using namespace Perenna::Pattern;
 
 TEST(PatternGlance, KnowsPlainPatterns) {
   const std::string longest(200, 'a');
@@ -28,4 +30,23 @@ TEST(PatternGlance, KnowsPlainPatterns) {
                                      std::string("["),          longest + 'a'}) {
     EXPECT_FALSE(IsPlain(pattern)) << pattern;
   }
+}
+
+TEST(PatternJudgementCache, KeepsSomeThousandAndBeginsAnew) {
+  JudgementCache cache;
+  const auto kept = [&cache](const std::string& pattern) {
+    Judgement judgement;
+    return cache.Find(pattern, judgement) && judgement.malformed;
+  };
+  Judgement malformed;
+  malformed.malformed = true;
+  for (int number = 0; number < 4096; ++number) {
+    EXPECT_FALSE(kept("(" + std::to_string(number)));
+    cache.Keep("(" + std::to_string(number), malformed);
+  }
+  EXPECT_TRUE(kept("(0") && kept("(4095") && !kept("(4096"));
+  cache.Keep(std::string(501, '('), malformed);
+  EXPECT_TRUE(kept("(0") && !kept(std::string(501, '(')));
+  cache.Keep(std::string(500, '('), malformed);
+  EXPECT_TRUE(!kept("(0") && kept(std::string(500, '(')));
 }

@@ -36,7 +36,8 @@ TEST(PatternStates, NeedTimeAndMemory) {
       {"abc", 3, "132.763 us, 28288 bytes", "32.109 us, 11336 bytes"},
       {"^abc$", 3, "176.443 us, 35720 bytes", "67.2695 us, 23380 bytes"},
       {"[ab]*c.", 1000, "1637.41 us, 28672 bytes", "1528.1 us, 8760 bytes"},
-      {"(a|b)*a[ab]{5}", 1000, "4891.37 us, 896000 bytes", "2352.08 us, 223540 bytes"},
+      {"(a|b)*a[ab]{7}", 1000, "15186.7 us, 3.63315e+06 bytes", "4880.72 us, 890164 bytes"},
+      {"(a|b)*a[ab]{8}", 1000, "6.32867e+06 us, 1.78779e+09 bytes", "8262.73 us, 1.78309e+06 bytes"},
       {"(a|b)*a[ab]{3}\\b", 1000, "1.23824e+07 us, 3.72572e+09 bytes", "10363.9 us, 142832 bytes"},
       {"^(ab|ba)*a[ab]{4}\\b", 1000, "25204.9 us, 7.588e+06 bytes", "441.158 us, 137608 bytes"},
       {"^(a|ab|b){1,20}$", 40, "1853.37 us, 767760 bytes", "1094.15 us, 491756 bytes"},
@@ -86,5 +87,21 @@ TEST(PatternStates, AreGivenUpWhenThereIsTooMuchToFind) {
       Needs needs;
       EXPECT_EQ(States(tree, network).Explore(SubjectLength, SubjectLength, Unlimited, needs), more == 0) << pattern;
     }
+  }
+}
+
+TEST(PatternStates, AreNotFoundBeyondTheLimit) {
+  const Tree tree = Tree::Read("(a|b)*a[ab]{8}");
+  const Network network(tree);
+  Needs time = Unlimited;
+  time.seconds = 1e-3;
+  Needs memory = Unlimited;
+  memory.bytes = 1e5;
+  for (const Needs& limit : {time, memory}) {
+    Needs needs;
+    EXPECT_FALSE(States(tree, network).Explore(SubjectLength, SubjectLength, limit, needs));
+    EXPECT_LT(needs.seconds, 1.1e-3);
+    EXPECT_LT(needs.bytes, limit.bytes + 1e4);
+    EXPECT_GT(needs.seconds, 1e-4);
   }
 }
