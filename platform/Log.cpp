@@ -28,14 +28,12 @@ std::atomic<ILogSink*> s_installed_sink{nullptr};
 void WriteStandardError(const char* text, std::size_t count) noexcept {
   while (count > 0) {
     const ssize_t written = write(STDERR_FILENO, text, count);
-    if (written < 0 && errno == EINTR) {
-      continue;
-    }
-    if (written <= 0) {
+    if (written > 0) {
+      text += written;
+      count -= static_cast<std::size_t>(written);
+    } else if (written == 0 || errno != EINTR) {
       return; // nowhere left to report it
     }
-    text += written;
-    count -= static_cast<std::size_t>(written);
   }
 }
 

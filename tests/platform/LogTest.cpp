@@ -46,12 +46,13 @@ TEST(Log, BuiltInSinkStampsAndEscapesLinesAndLeavesDebugOutUnlessAskedFor) {
   Tarn::DefaultLogSink().Debug("left out\n");
   Tarn::SetDefaultLogDebug(true);
   Tarn::DefaultLogSink().Debug("no line end");
+  Tarn::DefaultLogSink().Error("%s", "");
   Tarn::SetDefaultLogDebug(false);
   Tarn::DefaultLogSink().Debug("left out\n");
   Testing::SetClock(nullptr);
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "2024-02-29T23:59:59+00:00 ERROR user \"x\\x0a2024 \\x1b[2J\\x09\\x0d\\x7f\\xc3\\xa9\"\n"
-            "2024-02-29T23:59:59+00:00 DEBUG no line end\n");
+            "2024-02-29T23:59:59+00:00 DEBUG no line end\n2024-02-29T23:59:59+00:00 ERROR \n");
 }
 
 TEST(Log, BuiltInSinkCutsLongLinesOnly) {

@@ -71,6 +71,13 @@ CREATE TABLE version_info ( version_string TEXT NOT NULL, major INT NOT NULL, mi
   EXPECT_EQ(bare.Query("SELECT * FROM version_info"), (std::vector<BareDatabase::Row>{{"1.0.0", "1", "0", "0", "{}"}}));
 }
 
+TEST(Names, AreWhatHostsWrite) {
+  using namespace LocalAccessManager::Strings; // NOLINT(google-build-using-namespace): its names are what is tested
+  EXPECT_EQ(AuthRealm + ' ' + PathFilterBypass + ' ' + AnonymousUserId + ' ' + SelfCallbackId + ' ' + filters + ' ' +
+                path + ' ' + request_url,
+            "AuthRealm PathFilterBypass AnonymousUserId x-pn-SelfCallbackId filters path request_url");
+}
+
 TEST(Database, AnExistingFileIsOpenedAsItIsAndOnlyOnce) {
   const TemporaryDirectory place;
   const std::string file = place.File("empty");

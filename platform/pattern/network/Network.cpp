@@ -5,9 +5,7 @@
 
 namespace Perenna::Pattern {
 
-Network::Network(const Tree& tree) {
-  m_start = NetworkBuilder(tree, m_nodes).Build();
-  m_complete = ReachableLists(m_nodes).Make(m_listed, m_reserved);
-}
+Network::Network(const Tree& tree)
+    : m_start(NetworkBuilder(tree, m_nodes).Build()), m_complete(ReachableLists(m_nodes).Make(m_listed, m_reserved)) {}
 
 } // namespace Perenna::Pattern

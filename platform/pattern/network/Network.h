@@ -61,10 +61,10 @@ public:
 
 private:
   std::vector<Node> m_nodes;
-  std::uint32_t m_start = 0;
+  std::uint32_t m_start;
   std::size_t m_listed = 0;
   std::size_t m_reserved = 0;
-  bool m_complete = false;
+  bool m_complete;
 };
 
 } // namespace Perenna::Pattern
