@@ -19,7 +19,7 @@ constexpr Needs Unlimited{std::numeric_limits<double>::infinity(), std::numeric_
 
 std::string Text(const Needs& needs) {
   std::array<char, 64> text{};
-  std::snprintf(text.data(), text.size(), "%.6g us, %.6g bytes", needs.seconds * 1e6, needs.bytes);
+  (void)std::snprintf(text.data(), text.size(), "%.6g us, %.6g bytes", needs.seconds * 1e6, needs.bytes);
   return text.data();
 }
 
