@@ -78,7 +78,8 @@ Reply Findings(Call& call) {
   std::vector<Finding> of_rows = Lint(stored, mender, proofs, progress).Run();
   findings.insert(findings.end(), std::make_move_iterator(of_rows.begin()), std::make_move_iterator(of_rows.end()));
   std::string json;
-  WriteFindings(stored, findings, proofs, LimitOf(call, findings.size()), [&json](const std::string& text) { json += text; });
+  WriteFindings(stored, findings, proofs, LimitOf(call, findings.size()),
+                [&json](const std::string& text) { json += text; });
   return {200, nullptr, std::move(json)};
 }
 
