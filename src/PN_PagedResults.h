@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -66,7 +67,7 @@ void GetPagedResults(QueryClassT& query, const PagedResults::ResultState& page_p
   }
 
   response_document.SetValue(PagedResults::skip, static_cast<int>(page_params.Skip));
-  response_document.SetValue(PagedResults::limit, total <= effective_limit ? total : static_cast<int>(effective_limit));
+  response_document.SetValue(PagedResults::limit, std::min<int>(total, effective_limit));
   response_document.SetValue(PagedResults::total, total);
   response_document.SetItem(PagedResults::results, results.release());
 }

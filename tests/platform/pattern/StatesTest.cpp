@@ -91,6 +91,12 @@ TEST(PatternStates, AreGivenUpWhenThereIsTooMuchToFind) {
   }
 }
 
+TEST(PatternStates, HaveNoBoundWhenTheListsAreTooLong) {
+  const Tree tree = Tree::Read("(a?){1500}");
+  const Network network(tree);
+  EXPECT_EQ(Text(States(tree, network).Bound(SubjectLength, SubjectLength)), "inf us, inf bytes");
+}
+
 TEST(PatternStates, AreNotFoundBeyondTheLimit) {
   const Tree tree = Tree::Read("(a|b)*a[ab]{8}");
   const Network network(tree);
