@@ -70,7 +70,7 @@ Cost Measure(const std::string& pattern, unsigned seed) {
       if (!measured.valid) {
         break;
       }
-      regexec(&regex, text.c_str(), 0, nullptr, 0);
+      static_cast<void>(regexec(&regex, text.c_str(), 0, nullptr, 0));
       measured.match = std::max(measured.match, Seconds() - compiled);
       regfree(&regex);
       if (measured.compile + measured.match > Ruinous) {
@@ -102,8 +102,8 @@ std::string Shown(const std::string& pattern) {
 } // namespace
 
 int main(int argc, char** argv) {
-  const int count = argc > 1 ? std::atoi(argv[1]) : 10000;
-  const unsigned first = argc > 2 ? static_cast<unsigned>(std::atoi(argv[2])) : 1;
+  const int count = argc > 1 ? static_cast<int>(std::strtol(argv[1], nullptr, 10)) : 10000;
+  const unsigned first = argc > 2 ? static_cast<unsigned>(std::strtoul(argv[2], nullptr, 10)) : 1;
   std::printf("%d patterns from seed %u\n", count, first);
   const bool passed_only = argc > 3 && std::string(argv[3]) == "passed";
   int valid = 0;
@@ -139,7 +139,7 @@ int main(int argc, char** argv) {
                   is_ruinous ? "RUINOUS, passed" : "harmless, refused", seed, cost.compile, cost.match, cost.mebibytes,
                   cost.killed ? ", killed" : "", Shown(pattern).c_str(), is_ruinous ? "" : "  # ",
                   is_ruinous ? "" : judgement.refusal);
-      std::fflush(stdout);
+      static_cast<void>(std::fflush(stdout));
     }
   }
   std::printf(

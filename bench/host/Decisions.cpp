@@ -11,6 +11,7 @@
 #include <functional>
 #include <iostream>
 #include <limits>
+#include <stdexcept>
 #include <string>
 
 #include "LocalAccessManager.h"
@@ -30,8 +31,7 @@ double ProcessorMicroseconds() {
 
 void Require(bool is_allowed, const char* who) {
   if (!is_allowed) {
-    std::cerr << "perenna-decisions: " << who << " does not allow " << path << '\n';
-    std::exit(1);
+    throw std::runtime_error(std::string(who) + " does not allow " + path);
   }
 }
 

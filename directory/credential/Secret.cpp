@@ -1,5 +1,6 @@
 #include "directory/credential/Secret.h"
 
+#include <cstring>
 #include <utility>
 
 namespace AccessDirectory {

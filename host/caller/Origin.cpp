@@ -51,12 +51,10 @@ bool IsProxy(const Peer& peer, const std::vector<ProxyPeer>& proxies) {
 }
 
 OriginReader::OriginReader(const Configuration& configuration)
-    : m_Proxies(configuration.proxy.peers), m_AddressField(configuration.proxy.client_address),
-      m_CertificateField(configuration.proxy.certificate_name) {
-  const bool is_original = configuration.proxy.headers == HeaderFamily::Original;
-  m_MethodField = is_original ? "X-Original-Method" : "X-Forwarded-Method";
-  m_TargetField = is_original ? "X-Original-URI" : "X-Forwarded-Uri";
-}
+    : m_Proxies(configuration.proxy.peers),
+      m_MethodField(configuration.proxy.headers == HeaderFamily::Original ? "X-Original-Method" : "X-Forwarded-Method"),
+      m_TargetField(configuration.proxy.headers == HeaderFamily::Original ? "X-Original-URI" : "X-Forwarded-Uri"),
+      m_AddressField(configuration.proxy.client_address), m_CertificateField(configuration.proxy.certificate_name) {}
 
 Origin OriginReader::Read(const Request& request) const {
   Origin origin;

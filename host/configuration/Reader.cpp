@@ -152,7 +152,7 @@ void Store(Configuration& configuration, const Json& root, const ConfigurationKe
   if (!key.store(configuration, given != nullptr ? *given : Json::parse(key.fallback))) {
     std::string shown = given != nullptr ? given->dump(-1, ' ', true) : key.fallback;
     if (shown.size() > LongestShownValue) {
-      shown = shown.substr(0, LongestShownValue) + "...";
+      shown.replace(LongestShownValue, std::string::npos, "...");
     }
     Refuse(key.Path() + ": " + shown + " is not accepted: give " + key.accepted);
   }
@@ -162,13 +162,12 @@ void Store(Configuration& configuration, const Json& root, const ConfigurationKe
 std::shared_ptr<const Perenna::PListDict> Dictionary(Json root, const Configuration& configuration) {
   namespace Keys = LocalAccessManager::Strings;
   root[Keys::LocalAccessManager][Keys::DatabaseFilename] = configuration.database_filename;
-  std::unique_ptr<Perenna::PListItem> item(Perenna::PListItem::CreateFromJSON(root.dump()));
-  auto* const dictionary = dynamic_cast<Perenna::PListDict*>(item.get());
+  const std::shared_ptr<const Perenna::PListItem> item(Perenna::PListItem::CreateFromJSON(root.dump()));
+  auto dictionary = std::dynamic_pointer_cast<const Perenna::PListDict>(item);
   if (dictionary == nullptr) {
     Refuse("nests too deep");
   }
-  static_cast<void>(item.release());
-  return std::shared_ptr<const Perenna::PListDict>(dictionary);
+  return dictionary;
 }
 
 /// Runs `read` on the parsed file; what it refuses is said with the file's name before it.
