@@ -12,8 +12,9 @@ namespace Host {
 
 namespace {
 
-bool IsPrintable(char c) noexcept {
-  return c >= ' ' && c <= '~';
+/// Whether a byte stands in a JSON text as it is.
+bool IsPlain(char c) noexcept {
+  return c >= ' ' && c <= '~' && c != '"' && c != '\\';
 }
 
 struct Stamp {
@@ -42,14 +43,18 @@ void JsonLine::Name(std::string_view name) {
 
 JsonLine& JsonLine::Text(std::string_view name, std::string_view value) {
   Name(name);
-  if (std::all_of(value.begin(), value.end(), IsPrintable)) {
-    m_Line += '"';
-    for (std::size_t at = 0; (at = value.find_first_of("\"\\")) != std::string_view::npos;) {
-      m_Line.append(value.substr(0, at)).append(1, '\\').append(1, value[at]);
-      value.remove_prefix(at + 1);
-    }
-    m_Line.append(value).append(1, '"');
-  } else {
+  const std::size_t begin = m_Line.size();
+  m_Line += '"';
+  const auto* from = value.begin();
+  const auto* plain_end = std::find_if_not(from, value.end(), IsPlain);
+  while (plain_end != value.end() && (*plain_end == '"' || *plain_end == '\\')) {
+    m_Line.append(from, plain_end).append(1, '\\');
+    from = plain_end;
+    plain_end = std::find_if_not(plain_end + 1, value.end(), IsPlain);
+  }
+  m_Line.append(from, plain_end) += '"';
+  if (plain_end != value.end()) { // what is neither printable nor escaped in one way takes its time
+    m_Line.resize(begin);
     std::string text = AccessDirectory::JsonText(std::string(value)).dump(-1, ' ', true);
     // JSON leaves DEL bare.
     for (std::size_t at = text.find('\x7f'); at != std::string::npos; at = text.find('\x7f', at)) {
