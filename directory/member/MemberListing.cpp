@@ -40,8 +40,8 @@ void ReadRows(Database& database, const Section& section, const Condition& condi
   std::string columns;
   for (std::size_t column = 0; column < section.columns.size(); ++column) {
     const std::string& name = section.columns[column];
-    columns += (column == 0 ? "" : ", ") +
-               (section.IsSecret(column) ? "'' AS " + name : "CAST(" + name + " AS TEXT) AS " + name);
+    columns.append(column == 0 ? "" : ", ").append(section.IsSecret(column) ? "''" : "CAST(" + name + " AS TEXT)");
+    columns.append(" AS ").append(name);
   }
   std::vector<std::string> texts(section.columns.size());
   std::vector<std::string> arguments = condition.arguments;

@@ -59,7 +59,7 @@ struct Call {
 };
 
 /// An answer that is no problem.
-struct Reply {
+struct Reply { // NOLINT(bugprone-exception-escape): moving JSON allocates nothing
   unsigned status = 200;
   AccessDirectory::Json body = nullptr; ///< null: none, or `text`
   std::string text = {};                ///< JSON that was put together already
