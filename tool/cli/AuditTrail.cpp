@@ -21,7 +21,7 @@ std::string Now() {
   std::array<char, 32> text{};
   const std::time_t now = std::time(nullptr);
   std::tm parts{};
-  std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S+00:00", gmtime_r(&now, &parts));
+  static_cast<void>(std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S+00:00", gmtime_r(&now, &parts)));
   return text.data();
 }
 
