@@ -99,7 +99,7 @@ std::string BackUpBefore(const std::string& what, Database& database) {
   std::array<char, 32> moment{};
   const std::time_t now = std::time(nullptr);
   std::tm parts{};
-  std::strftime(moment.data(), moment.size(), "%Y%m%dT%H%M%SZ", gmtime_r(&now, &parts));
+  static_cast<void>(std::strftime(moment.data(), moment.size(), "%Y%m%dT%H%M%SZ", gmtime_r(&now, &parts)));
   std::string name = database.File() + ".before-" + what + '-' + moment.data();
   for (int number = 2; std::filesystem::exists(name); ++number) {
     name = database.File() + ".before-" + what + '-' + moment.data() + '-' + std::to_string(number);

@@ -97,6 +97,7 @@ void RunOn(const std::string& database, const std::vector<std::string>& command)
     words.insert(words.begin() + 4, "--no-backup");
   }
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (std::string& word : words) {
     arguments.push_back(word.data());
   }

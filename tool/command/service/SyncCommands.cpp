@@ -40,7 +40,7 @@ int EndingSignals() {
   sigemptyset(&set);
   sigaddset(&set, SIGTERM);
   sigaddset(&set, SIGINT);
-  sigprocmask(SIG_BLOCK, &set, nullptr); // no thread yet
+  pthread_sigmask(SIG_BLOCK, &set, nullptr); // no thread yet
   return signalfd(-1, &set, SFD_CLOEXEC);
 }
 
