@@ -3,15 +3,14 @@
 //   npm ci --prefix tests/page && node bench/page/run.mjs [PERENNA_ACCESS]
 // A directory of 100,000 users, 1,000 groups, 200,000 memberships and 1,000 filters. Prints the table; takes a minute.
 
-import {execFileSync, spawn} from 'node:child_process';
+import {execFileSync} from 'node:child_process';
 import {mkdtempSync, readFileSync, rmSync, writeFileSync} from 'node:fs';
-import {createRequire} from 'node:module';
 import {tmpdir} from 'node:os';
 import {dirname, join, resolve} from 'node:path';
 import {fileURLToPath} from 'node:url';
+import {launch, serve} from '../../tests/page/browser.mjs';
 
 const root = dirname(dirname(dirname(fileURLToPath(import.meta.url))));
-const {chromium} = createRequire(join(root, 'tests/page/page.mjs'))('playwright-core');
 const tool = process.argv[2] ? resolve(process.argv[2]) : join(root, 'build/release/bin/perenna-access');
 const place = mkdtempSync(join(tmpdir(), 'perenna-page-'));
 const run = (words, input = '') => execFileSync(tool, ['--config', join(place, 'host.json'), ...words], {input, encoding: 'utf8', maxBuffer: 1 << 28});
@@ -39,20 +38,6 @@ function makeDirectory() {
   run(['tune']);
 }
 
-async function serve() {
-  const host = spawn(tool, ['--config', join(place, 'host.json'), 'serve'], {stdio: ['ignore', 'ignore', 'pipe']});
-  let said = '';
-  host.stderr.setEncoding('utf8');
-  for await (const text of host.stderr) {
-    said += text;
-    const address = said.match(/listening on (127\S+)\n/)?.[1];
-    if (address) {
-      return {host, base: `http://${address}`};
-    }
-  }
-  throw new Error(`the host does not start: ${said}`);
-}
-
 /** Processor milliseconds of all threads of a process. */
 function processor(pid) {
   const threads = execFileSync('sh', ['-c', `cat /proc/${pid}/task/*/schedstat`], {encoding: 'utf8'}).trim().split('\n');
@@ -62,9 +47,8 @@ function processor(pid) {
 const median = (values) => values.sort((left, right) => left - right)[values.length >> 1];
 
 makeDirectory();
-const {host, base} = await serve();
-const browser = await chromium.launch({executablePath: '/usr/bin/chromium', args: ['--no-sandbox', '--disable-gpu', '--no-first-run',
-  '--disable-background-networking', '--disable-component-update', '--disable-sync']});
+const {host, urls: [base]} = await serve(tool, join(place, 'host.json'), 1);
+const browser = await launch();
 try {
   const page = await (await browser.newContext()).newPage();
   let bytes = 0;

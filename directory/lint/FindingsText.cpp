@@ -89,7 +89,7 @@ void WriteFindings(const StoredDirectory& stored, const std::vector<Finding>& fi
                          {"unknown", proofs.Counted().unknown},
                          {"left_out", proofs.Counted().left_out}}}};
   const std::string rest = counts.dump(2, ' ', true);
-  write((*separator == '\n' ? "],\n" : "\n  ],\n") + rest.substr(rest.find('\n') + 1) + '\n');
+  write((findings.empty() || of_a_kind == 0 ? "],\n" : "\n  ],\n") + rest.substr(rest.find('\n') + 1) + '\n');
 }
 
 } // namespace AccessDirectory

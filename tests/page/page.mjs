@@ -2,12 +2,12 @@
 //   node page.mjs PERENNA_ACCESS
 
 import assert from 'node:assert/strict';
-import {execFileSync, spawn} from 'node:child_process';
+import {execFileSync} from 'node:child_process';
 import {mkdtempSync, readFileSync, rmSync, writeFileSync} from 'node:fs';
 import {createRequire} from 'node:module';
 import {tmpdir} from 'node:os';
 import {join} from 'node:path';
-import {chromium} from 'playwright-core';
+import {launch, serve} from './browser.mjs';
 
 const tool = process.argv[2];
 const axe = readFileSync(createRequire(import.meta.url).resolve('axe-core/axe.min.js'), 'utf8');
@@ -31,21 +31,6 @@ function makeDirectory() {
   run(['import', join(place, 'directory.json')]);
   run(['tune']);
   run(['user', 'add', 'carol', '--certificate', join(place, 'carol.pem'), '--group', 'administrators']);
-}
-
-async function serve() {
-  const host = spawn(tool, ['--config', join(place, 'host.json'), 'serve'], {stdio: ['ignore', 'ignore', 'pipe']});
-  let said = '';
-  host.stderr.setEncoding('utf8');
-  for await (const text of host.stderr) {
-    said += text;
-    const plain = said.match(/listening on (127\S+)\n/)?.[1];
-    const tls = said.match(/listening on https:(\S+)\n/)?.[1];
-    if (plain && tls) {
-      return {host, base: `http://${plain}`, secure: `https://${tls}`};
-    }
-  }
-  throw new Error(`the host does not start: ${said}`);
 }
 
 /** A context that minds what the page does: its errors, its requests, its headers. */
@@ -237,9 +222,8 @@ async function accessible(page) {
 }
 
 makeDirectory();
-const {host, base, secure} = await serve();
-const browser = await chromium.launch({executablePath: '/usr/bin/chromium', args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
-  '--disable-background-networking', '--disable-component-update', '--disable-sync']});
+const {host, urls: [base, secure]} = await serve(tool, join(place, 'host.json'), 2);
+const browser = await launch();
 try {
   const page = await open(browser, base, {viewport: {width: 400, height: 800}});
   await signIn(page, 'wrong');
