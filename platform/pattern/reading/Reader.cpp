@@ -21,7 +21,7 @@ public:
   explicit Reader(std::string_view text) : m_text(text.substr(0, text.find('\0'))) {}
 
   Tree Read() {
-    m_open.push_back({0, 0, 0, 0, 0, 0, 0});
+    m_open.push_back({});
     while (m_position < m_text.size() && m_tree.m_fault == Fault::None) {
       ReadNext();
     }
