@@ -37,8 +37,8 @@ def stale(site):
 
     try:
         for what in hosts:
-            wait_for("a decision", lambda w=what: decided(w) == "200")
-            assert ask(what, "/readyz") == "ready 200"
+            wait_for("a fresh copy", lambda w=what: ask(w, "/readyz") == "ready 200")  # "serve" decides before that, too
+            assert decided(what) == "200"
         for method, path, body, status in [
                 ("POST", "/access/groups", {"group_id": "readers"}, 201), ("POST", "/access/groups", {"group_id": "readers"}, 409),
                 ("POST", "/access/users", {"user_id": "bob", "password": "pw"}, 201),
