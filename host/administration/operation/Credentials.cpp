@@ -27,14 +27,6 @@ Secret SecretOf(const std::string& text) {
   return secret;
 }
 
-void RequireOwn(Database& database, const Credential& credential, const std::string& user_id) {
-  const std::string other =
-      credential.password ? std::string() : AccessDirectory::UserOfThumbprint(database, credential.thumbprint);
-  if (!other.empty() && other != user_id) {
-    Refuse(409, "the certificate is that of the user " + Quoted(other));
-  }
-}
-
 std::string StoredValue(Database& database, const std::string& user_id) {
   const auto values = database.Texts("SELECT CAST(auth_value AS TEXT) FROM users WHERE user_id = ?", {user_id});
   return values.empty() ? std::string() : values.front();
@@ -89,10 +81,11 @@ Credential CredentialOf(const Call& call) {
   return credential;
 }
 
-void RequireOwnThumbprint(Call& call, const Credential& credential, const std::string& user_id) {
-  if (!credential.password) {
-    Database database(call.File(), Database::Access::Read);
-    RequireOwn(database, credential, user_id);
+void RequireOwnThumbprint(Database& database, const Credential& credential, const std::string& user_id) {
+  const std::string other =
+      credential.password ? std::string() : AccessDirectory::UserOfThumbprint(database, credential.thumbprint);
+  if (!other.empty() && other != user_id) {
+    Refuse(409, "the certificate is that of the user " + Quoted(other));
   }
 }
 
@@ -105,7 +98,7 @@ void StoreCredential(Call& call, const std::string& user_id, const Credential& c
   if (proven && StoredValue(database, user_id) != *proven) {
     Refuse(409, "the password was changed meanwhile");
   }
-  RequireOwn(database, credential, user_id);
+  RequireOwnThumbprint(database, credential, user_id);
   database.Run("UPDATE users SET auth_method = ?, auth_value = ? WHERE user_id = ?",
                {credential.Method(), value, user_id});
   change.Commit();

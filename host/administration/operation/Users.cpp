@@ -56,14 +56,15 @@ void CreateThroughModule(Call& call, const std::string& user_id, const Credentia
   }
 }
 
-/// With groups it has to be one step.
-void CreateWithGroups(Call& call, const std::string& user_id, const Credential& credential,
-                      const std::vector<std::string>& groups) {
+/// With groups it has to be one step, and with a certificate, which nobody else may have.
+void CreateInOneStep(Call& call, const std::string& user_id, const Credential& credential,
+                     const std::vector<std::string>& groups) {
   Change change(call);
   Database& database = change.TheDatabase();
   if (AccessDirectory::UserExists(database, user_id)) {
     Refuse(409, "there is a user " + Quoted(user_id) + " already", Tarn::RESULT_FILEEXISTS.symbol);
   }
+  RequireOwnThumbprint(database, credential, user_id);
   RequireGroups(database, groups);
   AccessDirectory::CreateUser(database, user_id, credential, call.caller);
   AccessDirectory::ReplaceUserGroups(database, user_id, groups);
@@ -92,9 +93,8 @@ Reply CreateUser(Call& call) {
   const std::string user_id = *call.Text("user_id");
   const Credential credential = CredentialOf(call);
   RequireSoundId(user_id, credential);
-  RequireOwnThumbprint(call, credential, user_id);
   const bool has_groups = call.body.contains("groups") && !call.body["groups"].empty();
-  const bool is_one_step = has_groups || !call.context.writer.ModuleMayWrite();
+  const bool is_one_step = has_groups || !credential.password || !call.context.writer.ModuleMayWrite();
   call.done = {{"operation", "create user"}, {"user_id", JsonText(user_id)}};
   if (is_one_step) {
     std::vector<std::string> groups;
@@ -102,7 +102,7 @@ Reply CreateUser(Call& call) {
       groups = call.body["groups"].get<std::vector<std::string>>();
       call.done["groups"] = call.body["groups"];
     }
-    CreateWithGroups(call, user_id, credential, groups);
+    CreateInOneStep(call, user_id, credential, groups);
   } else {
     CreateThroughModule(call, user_id, credential);
   }

@@ -77,11 +77,8 @@ ExitStatus AddOne(const Context& context, const AddOptions& options) {
   }
   const Credential credential =
       options.generate ? Credential{GeneratePassword(), ""} : options.credential.Read(options.id);
-  if (!options.unchecked) {
-    Database database(file, Database::Access::Read);
-    RequireOwnThumbprint(database, credential, options.id);
-  }
-  if (const auto writer = context.Writer(); options.groups.empty() && writer->ModuleMayWrite()) {
+  const bool is_one_step = !options.groups.empty() || !credential.password;
+  if (const auto writer = context.Writer(); !is_one_step && writer->ModuleMayWrite()) {
     credential.AddTo(request);
     Module module(file);
     const auto created =
@@ -89,11 +86,11 @@ ExitStatus AddOne(const Context& context, const AddOptions& options) {
     if (created == Tarn::RESULT_FILEEXISTS) {
       throw Failure(Failure::Kind::Refused, "the user " + Quoted(options.id) + " exists already");
     }
-  } else { // in one step: nobody sees a user who is not in his groups yet
+  } else { // nobody sees a user who is not in his groups yet, and a certificate does not become that of two
     const std::string creator = Field(request, Keys::create_user);
     writer->Write([&](Database& database) {
       if (!options.unchecked) {
-        RequireOwnThumbprint(database, credential, options.id); // another may have come first
+        RequireOwnThumbprint(database, credential, options.id);
       }
       CreateUser(database, options.id, credential, creator);
       ReplaceUserGroups(database, options.id, options.groups);
