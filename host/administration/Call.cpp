@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "PN_PagedResults.h"
 #include "host/http/TargetRules.h"
 
 namespace Host {
@@ -49,7 +50,7 @@ Paging PagingOf(const Call& call) {
 
 std::size_t LimitOf(const Call& call, std::size_t fallback) {
   const std::string limit = call.Query("limit");
-  return limit == "all" ? 0x7fffffff : Number(limit, fallback);
+  return limit == Perenna::PagedResults::all ? Perenna::PagedResults::RS_MAXROWS : Number(limit, fallback);
 }
 
 std::string PathOfEntry(const TargetForm& form, const std::string& collection, const std::string& id) {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <set>
 
+#include "PN_PagedResults.h"
+
 namespace Host {
 
 namespace {
@@ -46,9 +48,10 @@ bool IsNumber(const std::string& text) {
 
 void RequireForm(const Member& parameter, const std::string& value) {
   const std::string_view type = parameter.type;
+  const bool is_limit = IsNumber(value) || value == Perenna::PagedResults::all;
   const char* const accepted = type == "boolean" && value != "true" && value != "false" ? "\"true\" or \"false\""
                                : type == "skip" && !IsNumber(value)                     ? "a whole number"
-                               : type == "limit" && value != "all" && !IsNumber(value)  ? "a whole number or \"all\""
+                               : type == "limit" && !is_limit                           ? "a whole number or \"all\""
                                                                                         : nullptr;
   if (accepted != nullptr) {
     Refuse(400, "the parameter \"" + std::string(parameter.name) + "\" is " + Quoted(value) + ", not " + accepted);
