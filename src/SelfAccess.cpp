@@ -45,7 +45,6 @@ Tarn::Result_t SelfAccessManager::Flush() {
   const Tarn::AutoMutex l(m_Lock);
   m_Index.clear();
   m_SelfAccessKeys.clear();
-  m_InOrder = true;
   return Tarn::RESULT_OK;
 }
 
@@ -54,7 +53,7 @@ void SelfAccessManager::CreateSelfAccessKey(Tarn::UUID& id) {
   const Tarn::AutoMutex l(m_Lock);
   // Stamped under the lock, so that the list is in the order of its time stamps while the clock is not set back.
   const Tarn::Timestamp now;
-  m_InOrder = m_InOrder && (m_SelfAccessKeys.empty() || m_SelfAccessKeys.back().second.GetCTime() <= now.GetCTime());
+  m_InOrder = m_SelfAccessKeys.empty() || (m_InOrder && m_SelfAccessKeys.back().second.GetCTime() <= now.GetCTime());
   m_SelfAccessKeys.emplace_back(id, now);
   if (m_SelfAccessKeys.size() - m_Index.size() >= KeysIndexedTogether) {
     IndexTheLast(m_SelfAccessKeys, m_Index);

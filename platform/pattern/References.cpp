@@ -67,10 +67,7 @@ private:
   }
 
   std::size_t WaysToReferences() const {
-    std::uint32_t last = 0;
-    for (const NodeIndex reference : m_references) {
-      last = std::max(last, m_tree[reference].span.begin);
-    }
+    const std::uint32_t last = m_tree[m_references.back()].span.begin;
     std::size_t ways = 1;
     for (NodeIndex index = 0; index < m_tree.Size() && ways <= MaximumWays; ++index) {
       const Node& node = m_tree[index];
@@ -154,7 +151,7 @@ private:
 
   const Tree& m_tree;
   std::vector<NodeIndex> m_parents;
-  std::vector<NodeIndex> m_references;
+  std::vector<NodeIndex> m_references; // in the order of the text
 };
 
 } // namespace

@@ -198,41 +198,36 @@ bool ReachableLists::CopyBehind(std::uint32_t assertion) {
   };
   std::vector<Path> paths{{assertion, assertion, m_nodes[assertion].conditions, false}};
   while (!paths.empty()) {
-    Path path = paths.back();
-    paths.pop_back();
-    for (bool more = true; more;) {
-      if (!TakeSteps(1) || m_nodes.size() > MaximumNodes) {
-        return false;
-      }
-      const Network::Node origin = m_nodes[path.origin];
-      if (origin.ways == 0) {
-        break;
-      }
-      if (origin.ways == 1) {
-        if (path.origin == assertion && path.copy != path.origin) {
-          break; // a loop back to the assertion: the copy keeps its way
-        }
-        path.conditions |= origin.conditions;
-        const std::uint32_t copy = Copy(origin.next[0], path.conditions);
-        m_nodes[path.copy].next[0] = copy;
-        path = {origin.next[0], copy, path.conditions, false};
+    if (!TakeSteps(1) || m_nodes.size() > MaximumNodes) {
+      return false;
+    }
+    Path& path = paths.back();
+    const Network::Node origin = m_nodes[path.origin];
+    const bool returns = path.origin == assertion && path.copy != path.origin; // the copy keeps its way
+    if (origin.ways == 0 || (origin.ways == 1 && returns)) {
+      paths.pop_back();
+      continue;
+    }
+    if (origin.ways == 1) {
+      const std::uint8_t conditions = path.conditions | origin.conditions;
+      const std::uint32_t copy = Copy(origin.next[0], conditions);
+      m_nodes[path.copy].next[0] = copy;
+      path = {origin.next[0], copy, conditions, false};
+      continue;
+    }
+    if (!path.second_way) {
+      const std::uint32_t known = FindCopy(origin.next[0], path.conditions);
+      const std::uint32_t copy = known != NoNode ? known : Copy(origin.next[0], path.conditions);
+      m_nodes[path.copy].next[0] = copy;
+      if (known == NoNode) {
+        path.second_way = true; // afterwards
+        paths.push_back({origin.next[0], copy, path.conditions, false});
         continue;
       }
-      if (!path.second_way) {
-        const std::uint32_t known = FindCopy(origin.next[0], path.conditions);
-        const std::uint32_t copy = known != NoNode ? known : Copy(origin.next[0], path.conditions);
-        m_nodes[path.copy].next[0] = copy;
-        if (known == NoNode) {
-          path.second_way = true;
-          paths.push_back(path);
-          path = {origin.next[0], copy, path.conditions, false};
-          continue;
-        }
-      }
-      const std::uint32_t copy = Copy(origin.next[1], path.conditions);
-      m_nodes[path.copy].next[1] = copy;
-      path = {origin.next[1], copy, path.conditions, false};
     }
+    const std::uint32_t copy = Copy(origin.next[1], path.conditions);
+    m_nodes[path.copy].next[1] = copy;
+    path = {origin.next[1], copy, path.conditions, false};
   }
   return true;
 }

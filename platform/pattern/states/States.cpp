@@ -82,27 +82,29 @@ void States::TakeMember(std::uint32_t node) {
   }
 }
 
-/// Kinds of bytes that all members take or refuse alike lead to the same nodes: they are of one class.
-void States::DivideKinds() {
+/// Kinds of bytes that all members take or refuse alike lead to the same nodes: they are of one class. How many there
+/// are.
+std::size_t States::DivideKinds() {
   const std::size_t kinds = m_class_of.size();
   std::fill(m_class_of.begin(), m_class_of.end(), 0);
-  m_classes = 1;
+  std::size_t classes = 1;
   for (const std::uint32_t mask : m_masks_here) {
-    if (m_classes == kinds) {
+    if (classes == kinds) {
       break;
     }
     std::array<std::array<std::uint16_t, 2>, 256> becomes{};
-    const std::size_t before = m_classes;
-    m_classes = 0;
+    const std::size_t before = classes;
+    classes = 0;
     for (std::size_t kind = 0; kind < kinds; ++kind) {
       std::uint16_t& next = becomes[m_class_of[kind]][m_alphabet.Masks()[mask].test(kind) ? 1 : 0];
       if (next == 0) {
-        next = static_cast<std::uint16_t>(++m_classes);
+        next = static_cast<std::uint16_t>(++classes);
       }
       m_class_of[kind] = static_cast<std::uint16_t>(next - 1);
     }
     m_steps += (before + kinds) / 8 + 1;
   }
+  return classes;
 }
 
 /// What it takes to make the states of `m_next`, one for each context but a text's begin, beyond what is counted for
@@ -122,8 +124,8 @@ bool States::Leave(bool follow, Needs& needs) {
   const double factor = m_conditions ? ConditionFactor : 1;
   needs.seconds += StateSeconds * factor;
   needs.bytes += StateBytes * factor;
-  DivideKinds();
-  for (std::size_t index = 0; index < m_classes; ++index) {
+  const std::size_t classes = DivideKinds();
+  for (std::size_t index = 0; index < classes; ++index) {
     unsigned contexts = 0;
     bool any = false;
     for (std::size_t kind = 0; kind < m_class_of.size(); ++kind) {

@@ -42,7 +42,7 @@ private:
   bool Halts(std::uint32_t node) const;
 
   void TakeMember(std::uint32_t node);
-  void DivideKinds();
+  std::size_t DivideKinds();
   double MakingSeconds();
   bool Leave(bool follow, Needs& needs);
   double Starts(std::size_t bytes) const;
@@ -62,7 +62,6 @@ private:
   std::vector<std::uint8_t> m_is_here;     ///< for each mask, whether it is in `m_masks_here`
   std::vector<std::uint8_t> m_takes;       ///< for each mask, whether it takes the class of bytes that is looked at
   std::vector<std::uint16_t> m_class_of;   ///< of each kind: those that the members tell apart
-  std::size_t m_classes = 0;
 
   NodeSet m_next;
   StateTable m_states;
