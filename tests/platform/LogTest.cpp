@@ -56,7 +56,8 @@ TEST(Log, BuiltInSinkStampsAndEscapesLinesAndLeavesDebugOutUnlessAskedFor) {
 }
 
 TEST(Log, BuiltInSinkCutsLongLinesOnly) {
-  for (const auto& [length, filler, written] : {std::tuple(900U, '\x01', 3633U), {1000000U, '\x01', 4096U}}) {
+  for (const auto& [length, filler, written] :
+       {std::tuple(900U, '\x01', 3633U), {1100U, '\x01', 4096U}, {1000000U, '\x01', 4096U}}) {
     testing::internal::CaptureStderr();
     Tarn::DefaultLogSink().Error("%s\n", std::string(length, filler).c_str());
     const std::string line = testing::internal::GetCapturedStderr();

@@ -4,6 +4,7 @@
 
 #include "Helpers.h"
 #include "PN_Regex.h"
+#include "support/HostileMachine.h"
 
 using Perenna::RegularExpression;
 using Testing::Lines;
@@ -63,6 +64,25 @@ TEST(RegularExpressions, GiveTheirMemoryBack) {
     EXPECT_TRUE(RegularExpression("^(/[a-z]+)*$").match("/articles"));
   }
   EXPECT_LT(mallinfo2().uordblks, before + 100 * Patterns);
+}
+
+TEST(RegularExpressions, AreInvalidAndLoggedWhereMemoryRunsOutAmidThem) {
+  if (!Testing::FailingMemory::Available()) {
+    GTEST_SKIP() << "a sanitizer brings its own allocations";
+  }
+  const std::string pattern = "[/][x][y]*[y]*[y]*";
+  EXPECT_TRUE(RegularExpression(pattern).valid()); // judged once, so that what fails is compiling it
+  int count = 0;
+  for (bool failed = true; failed;) {
+    Testing::CaptureLog log;
+    Testing::FailingMemory::FailAt(++count);
+    const RegularExpression regex(pattern);
+    Testing::FailingMemory::FailAt(0);
+    failed = Testing::FailingMemory::Failed();
+    EXPECT_EQ(regex.valid(), !failed) << count;
+    EXPECT_EQ(log.Take().size(), failed ? 1U : 0U) << count;
+  }
+  EXPECT_GT(count, 20);
 }
 
 TEST(RegularExpressions, MalformedOnesAreLoggedOnceAndNeverMatch) {
