@@ -167,12 +167,14 @@ TEST_F(Init, RefusesNamesThatAreNotItsOwnFiles) {
 
 // A file that only root may open keeps the service from starting; one of a newer program means something else.
 TEST_F(Init, MakesFilesForTheServiceThatKnowsTheirVersion) {
+  // NOLINTBEGIN(concurrency-mt-unsafe): the test has one thread
   const bool root = geteuid() == 0;
   const std::string owner = root ? "nobody" : getpwuid(geteuid())->pw_name;
   ASSERT_EQ(Tool({"init", "--owner", owner, "--password-stdin", "--no-administrators"}, "pw\n").status, 0);
   struct stat status = {};
   ASSERT_EQ(stat(File().c_str(), &status), 0);
   EXPECT_EQ(status.st_uid, getpwnam(owner.c_str())->pw_uid);
+  // NOLINTEND(concurrency-mt-unsafe)
   EXPECT_EQ(status.st_mode & 07777U, 0600U);
   Sql("INSERT INTO version_info VALUES('2.1.0', 2, 1, 0, '{}')");
   Run({{{"init", "--owner", owner, "--password-stdin"}, 1, "", "--owner is for a file that init makes", "pw\n"},

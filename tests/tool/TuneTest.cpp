@@ -5,6 +5,8 @@
 #include <map>
 #include <sstream>
 
+#include <gmock/gmock.h>
+
 #include "LocalAccessManager.h"
 #include "directory/member/MemberListing.h"
 #include "ToolDirectory.h"

@@ -50,6 +50,7 @@ struct Pipe {
   }
   // NOLINTEND(concurrency-mt-unsafe)
   std::vector<char*> argv;
+  argv.reserve(command.size() + 1);
   for (std::string& argument : command) {
     argv.push_back(argument.data());
   }
