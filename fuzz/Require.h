@@ -29,7 +29,7 @@ inline unsigned Choice(std::string_view& text) {
 /// Ends the program, which keeps the input, when something does not hold.
 inline void Require(bool holds, const char* what, std::string_view found = {}) {
   if (!holds) {
-    std::fprintf(stderr, "does not hold: %s: %.*s\n", what, static_cast<int>(found.size()), found.data());
+    (void)std::fprintf(stderr, "does not hold: %s: %.*s\n", what, static_cast<int>(found.size()), found.data());
     std::abort();
   }
 }

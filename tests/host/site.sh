@@ -129,9 +129,14 @@ ended=0
 wait $host || ended=$?
 [ "$ended" = 3 ] || fail "ended with $ended instead of 3 after the file was replaced"
 
-perenna-access --config host.json serve 2>>site.log &
+perenna-access --config host.json serve 2>last.log &
 host=$!
-sleep 1
+tries=100
+until grep -q '^listening on' last.log; do
+  tries=$((tries - 1))
+  [ $tries -gt 0 ] || fail "does not start again: $(cat last.log)"
+  sleep 0.1
+done
 kill $host
 wait $host || fail "did not end with 0 after SIGTERM"
 

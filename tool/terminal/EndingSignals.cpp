@@ -11,7 +11,7 @@ void RemoveUnfinishedFilesOnSignals() noexcept {
   struct sigaction action = {};
   action.sa_handler = [](int signal) {
     NewFile::RemoveUnfinished();
-    raise(signal); // the default action is back, see below: the caller sees what ended the process
+    static_cast<void>(raise(signal)); // the default action is back, see below: the caller sees what ended the process
   };
   action.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
   for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {

@@ -12,8 +12,8 @@ namespace Tool {
 
 namespace {
 
-constexpr std::size_t ReadBytes = 64 * 1024;
-constexpr std::size_t MaximumLineBytes = 2 * 1024 * 1024;
+constexpr std::size_t ReadBytes = 64UL * 1024UL;
+constexpr std::size_t MaximumLineBytes = 2UL * 1024UL * 1024UL;
 
 } // namespace
 
