@@ -26,8 +26,7 @@ public:
   /// `allows`: spellings that are accepted in a path all the same, each ";" or "%" with two upper-case hexadecimal
   /// digits. A segment that is empty, "." or ".." before its first ";" is refused even then; one of dots also where the
   /// application, decoding what is allowed, would find it. (An empty one not: "%2F" is allowed for "https:%2F%2Fhost".)
-  /// Throws `AccessDirectory::Failure` (Input) for an entry that
-  /// is neither, or encodes a control byte or a dot.
+  /// Throws `AccessDirectory::Failure` (Input) for an entry that is neither, or encodes a control byte or a dot.
   explicit TargetForm(const std::vector<std::string>& allows = {});
 
   /// What is wrong with the target, as a clause ("its path has an empty segment"); empty when it is in normal form.
